@@ -49,9 +49,9 @@ class tk_converter : public tk_thread_functor {
 
   std::atomic<std::uint8_t> finished{0};
   std::atomic<std::uint8_t> b_cancel{0};
-  std::wstring src;       // the source database
-  std::wstring dest;      // the destination database, or the dump file's path
-  std::string log_file;   // the log file chosen by the user
+  std::wstring src;      // the source database
+  std::wstring dest;     // the destination database, or the dump file's path
+  std::string log_file;  // the log file chosen by the user
 };
 
 // The thread that runs a converter: the converter is the functor, and the

@@ -40,9 +40,8 @@ const std::array<tk_error_row, 27> tk_source_errors = {{
     {0x80E42, "The specified record number is invalid."},
     {0x80E4D, "Invalid user name or password."},
     {0x80E55, "The specified column did not exist."},
-    {0x80E57,
-     "Literal value overflowed the range of the type of the associated column.\nContact to " QB_SUPPORT
-     " for the solution."},
+    {0x80E57, "Literal value overflowed the range of the type of the associated column.\nContact to " QB_SUPPORT
+              " for the solution."},
     {0x80E65, "The supplied columnID is invalid."},
     {0x80E72, "The index ID is invalid. Contact to " QB_SUPPORT "\nfor the solution."},
     {0x80EC1, "One or more column types are incompatible; conversion errors will\noccur during copying."},

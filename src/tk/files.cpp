@@ -1,17 +1,17 @@
 #include "tk/files.h"
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <ctime>
 #include <vector>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "tk/exception.h"
 #include "tk/log.h"
@@ -206,8 +206,7 @@ bool tk_can_create_file_in(const std::string& dir) {
   if (base.empty()) base = ".";
   if (base.back() != '/') base.push_back('/');
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const std::string probe =
-        base + tk_format(".qb-probe-%d-%u", static_cast<int>(::getpid()), counter.fetch_add(1));
+    const std::string probe = base + tk_format(".qb-probe-%d-%u", static_cast<int>(::getpid()), counter.fetch_add(1));
     const int fd = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd >= 0) {
       ::close(fd);
@@ -256,8 +255,8 @@ std::string percent_encode(const std::string& text) {
   std::string out;
   for (const char ch : text) {
     const auto c = static_cast<unsigned char>(ch);
-    const bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-                            c == '-' || c == '.' || c == '_' || c == '~';
+    const bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+                            c == '.' || c == '_' || c == '~';
     if (unreserved) {
       out.push_back(ch);
     } else {
@@ -294,8 +293,8 @@ std::string find_on_path(const std::string& program) {
 std::string save_report(const std::string& folder, const std::tm& now, const std::string& content) {
   if (folder.empty()) return {};
   for (int n = 0; n < 100; ++n) {
-    std::string path = tk_format("%s/Quillbridge bug report %04d-%02d-%02d %02d%02d%02d", folder,
-                                 now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec);
+    std::string path = tk_format("%s/Quillbridge bug report %04d-%02d-%02d %02d%02d%02d", folder, now.tm_year + 1900,
+                                 now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec);
     if (n > 0) path += tk_format(" (%d)", n + 1);
     path += ".txt";
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
@@ -359,8 +358,7 @@ std::string tk_send_bug(const std::string& product, const std::string& text) {
       tk_format("%d/%d/%d %d:%d", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min);
   const std::string recipient = tk_format("%s <%s>", tk_support_name, tk_support_address);
 
-  const std::string content =
-      "To: " + recipient + "\nSubject: " + subject + "\nDate: " + date + "\n\n" + text + "\n";
+  const std::string content = "To: " + recipient + "\nSubject: " + subject + "\nDate: " + date + "\n\n" + text + "\n";
   const std::string saved = save_report(tk_get_user_home_path(), now, content);
   if (saved.empty()) {
     LOG(2, "tk_send_bug: the report could not be saved");

@@ -66,8 +66,7 @@ void headless_shell::open_help(const std::string& file, int topic) {
   record({call_kind::help, {}, tk_utf8_to_wide(file), topic});
 }
 
-int headless_shell::ask_continue_or_abort(const std::wstring& title, const std::wstring& message,
-                                          bool& do_not_show) {
+int headless_shell::ask_continue_or_abort(const std::wstring& title, const std::wstring& message, bool& do_not_show) {
   std::lock_guard lock(record_mutex_);
   calls_.push_back({call_kind::continue_or_abort, title, message});
   if (policy_.continue_answer != answer_not_shown) do_not_show = policy_.tick_do_not_show;

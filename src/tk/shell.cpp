@@ -1,8 +1,8 @@
 #include "tk/shell.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
+
+#include <sys/stat.h>
 
 #include "tk/files.h"
 #include "tk/format.h"
@@ -34,9 +34,7 @@ std::string narrow(const std::wstring& text) {
 
 }  // namespace
 
-wizard_shell::wizard_shell(std::wstring title) : title_(std::move(title)) {
-  LOG(1, "wizard_shell::ctor(%s)", title_);
-}
+wizard_shell::wizard_shell(std::wstring title) : title_(std::move(title)) { LOG(1, "wizard_shell::ctor(%s)", title_); }
 
 wizard_shell::~wizard_shell() { LOG(1, "wizard_shell::dtor"); }
 

@@ -132,8 +132,7 @@ class wizard_shell : public tk_singleton<wizard_shell> {
   virtual log_box append_log(const std::wstring& text) = 0;
   // topic < 0: the first page. Must not wait for the help viewer.
   virtual void open_help(const std::string& file, int topic) = 0;
-  virtual int ask_continue_or_abort(const std::wstring& title, const std::wstring& message,
-                                    bool& do_not_show) = 0;
+  virtual int ask_continue_or_abort(const std::wstring& title, const std::wstring& message, bool& do_not_show) = 0;
   virtual internal_error_choice ask_internal_error(const std::wstring& title, const std::wstring& message) = 0;
 
  private:

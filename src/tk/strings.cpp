@@ -51,8 +51,8 @@ ansi_codeset& codeset_state() {
 // the conversion goes on: as with the platform converters, no failure is
 // reported for it. Returns 0, or the error number when the conversion could
 // not be set up or failed for another reason.
-int iconv_convert(const char* to, const char* from, const char* in, std::size_t in_len,
-                  std::size_t in_unit, std::string_view replacement, std::string& out) {
+int iconv_convert(const char* to, const char* from, const char* in, std::size_t in_len, std::size_t in_unit,
+                  std::string_view replacement, std::string& out) {
   iconv_t cd = iconv_open(to, from);
   if (cd == reinterpret_cast<iconv_t>(-1)) return errno != 0 ? errno : EINVAL;
   out.clear();

@@ -1,18 +1,19 @@
 #include "tk/converter.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <string>
 #include <thread>
 
-#include "log_lines.h"
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "tk/exception.h"
 #include "tk/files.h"
 #include "tk/log.h"
+
+#include "log_lines.h"
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -118,8 +119,8 @@ TEST(SetLogfile, RelativeNameIsCheckedInTheWorkingDirectory) {
   LOG(2, "back in the old directory");
   EXPECT_EQ(converter.log_file, "relative.log");
   EXPECT_EQ(log.logger().path(), dir.file("relative.log"));
-  EXPECT_TRUE(lines_in_order(read_file(dir.file("relative.log")),
-                             {"into the relative file", "back in the old directory"}));
+  EXPECT_TRUE(
+      lines_in_order(read_file(dir.file("relative.log")), {"into the relative file", "back in the old directory"}));
 }
 
 TEST(SetLogfile, WithoutALoggerNothingIsStored) {
@@ -169,8 +170,8 @@ TEST(ConverterThread, DestroyingTheThreadCancelsTheConversionAndWaitsForIt) {
   }
   EXPECT_EQ(converter.b_cancel.load(), 1);
   EXPECT_EQ(converter.finished.load(), 1);
-  EXPECT_TRUE(lines_in_order(log.text(), {"tk_thread::stop - asking the worker to stop",
-                                          "tk_thread::stop - the worker has stopped"}));
+  EXPECT_TRUE(lines_in_order(
+      log.text(), {"tk_thread::stop - asking the worker to stop", "tk_thread::stop - the worker has stopped"}));
 }
 
 }  // namespace

@@ -1,17 +1,18 @@
 #include "tk/error_handler.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
 
-#include "log_lines.h"
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+
 #include "tk/error_tables.h"
 #include "tk/headless_shell.h"
 #include "tk/strings.h"
+
+#include "log_lines.h"
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -81,10 +82,10 @@ TEST_F(ErrorHandler, CodeWithoutARowShowsTheFailuresOwnText) {
   const auto d = dialogs();
   ASSERT_EQ(d.size(), 1U);
   EXPECT_EQ(d[0].text, L"Unknown column 'x'");
-  EXPECT_TRUE(lines_in_order(log_.text(), {"error_handler::handle", "tk_error_converter::convert(4195358)",
-                                           "Error message not found!", "Error:\nUnknown column 'x'",
-                                           "Got 0-level error", "dlg_error_continue::ctor",
-                                           "dlg_error_continue::on_init"}));
+  EXPECT_TRUE(lines_in_order(
+      log_.text(),
+      {"error_handler::handle", "tk_error_converter::convert(4195358)", "Error message not found!",
+       "Error:\nUnknown column 'x'", "Got 0-level error", "dlg_error_continue::ctor", "dlg_error_continue::on_init"}));
 }
 
 TEST_F(ErrorHandler, MessageWithLineFeedsIsLoggedWithThemAndShownWithBlanks) {
@@ -154,7 +155,8 @@ TEST_F(ErrorHandler, LevelOneShowsAnErrorBoxAndOpensTheHelpTopicsOfItsCode) {
   const auto help = shell_.calls_of(call_kind::help);
   ASSERT_EQ(help.size(), 1U);
   EXPECT_EQ(help[0].topic, 1018);
-  EXPECT_TRUE(lines_in_order(log_.text(), {"Got 1-level error", "Step 1", "wizard_shell::error(The program does not "
+  EXPECT_TRUE(lines_in_order(log_.text(), {"Got 1-level error", "Step 1",
+                                           "wizard_shell::error(The program does not "
                                            "support authentication protocol requested by server. See "
                                            "'Troubleshooting' article of the product documentation.)",
                                            "Step 2", "wizard_shell::display_help(1018)"}));
@@ -173,8 +175,8 @@ TEST_F(ErrorHandler, LevelOneWithSuppressionStillLogsAndStillWalksTheHelp) {
   EXPECT_TRUE(boxes().empty());
   ASSERT_EQ(shell_.calls_of(call_kind::help).size(), 1U);
   EXPECT_EQ(shell_.calls_of(call_kind::help)[0].topic, 1024);
-  EXPECT_TRUE(lines_in_order(log_.text(), {"Error:\ntable failed", "Got 1-level error", "Step 2",
-                                           "wizard_shell::display_help(1024)"}));
+  EXPECT_TRUE(lines_in_order(
+      log_.text(), {"Error:\ntable failed", "Got 1-level error", "Step 2", "wizard_shell::display_help(1024)"}));
   EXPECT_FALSE(log_.has_line("Step 1"));
 }
 
@@ -264,9 +266,9 @@ TEST(ErrorHandlerDeathTest, InternalErrorShowsItsDialogAndEndsTheProcessWithMinu
               "\\[Quillbridge 8\\.1  Error\\] Internal error: \ncode=746b5f657272636f5c3433");
   // The child wrote the log before it ended; neither the context nor the
   // tables took part.
-  EXPECT_TRUE(lines_in_order(log.text(), {"error_handler::handle",
-                                          "Internal error:\nInternal error: \ncode=746b5f657272636f5c3433",
-                                          "dlg_error_ex::ctor", "dlg_error_ex::on_init"}));
+  EXPECT_TRUE(lines_in_order(log.text(),
+                             {"error_handler::handle", "Internal error:\nInternal error: \ncode=746b5f657272636f5c3433",
+                              "dlg_error_ex::ctor", "dlg_error_ex::on_init"}));
   EXPECT_EQ(log.text().find("ignored context"), std::string::npos);
   EXPECT_EQ(log.text().find("tk_error_converter::convert"), std::string::npos);
 }
@@ -300,11 +302,11 @@ TEST(ErrorConverter, SecondRowWithACodeThatIsPresentLeavesTheFirstText) {
   EXPECT_EQ(converter.convert(1), "first text");
   EXPECT_EQ(converter.convert(3), "three");
   EXPECT_EQ(converter.convert(4), "");
-  EXPECT_TRUE(lines_in_order(log.text(), {"tk_error_converter::load_map (map size=2)",
-                                          "tk_error_converter::load_map (map size=2)",
-                                          "tk_error_converter::convert(1)", "Error message has been found: first text",
-                                          "tk_error_converter::convert(3)", "Error message has been found: three",
-                                          "tk_error_converter::convert(4)", "Error message not found!"}));
+  EXPECT_TRUE(lines_in_order(
+      log.text(),
+      {"tk_error_converter::load_map (map size=2)", "tk_error_converter::load_map (map size=2)",
+       "tk_error_converter::convert(1)", "Error message has been found: first text", "tk_error_converter::convert(3)",
+       "Error message has been found: three", "tk_error_converter::convert(4)", "Error message not found!"}));
 }
 
 TEST(ErrorConverter, NullTableIsTheAssertionOfTkErrcoAtLine43AndEmptyTableAddsNothing) {
@@ -324,8 +326,7 @@ TEST(ErrorTables, SourceTableHas27RowsWithTheSupportAddress) {
   EXPECT_EQ(converter.convert(0x80E07),
             "Literal value could not be converted to the correct type.Contact to support@varnholt.com for the "
             "solution.");
-  EXPECT_EQ(converter.convert(0x80E72),
-            "The index ID is invalid. Contact to support@varnholt.com\nfor the solution.");
+  EXPECT_EQ(converter.convert(0x80E72), "The index ID is invalid. Contact to support@varnholt.com\nfor the solution.");
   EXPECT_EQ(converter.convert(0x80E3F),
             "The specified table already exists. Try to connect as database owner\nusing the appropriate checkbox "
             "on 'Connect to MS SQL server' wizard page.");

@@ -1,21 +1,22 @@
 #include "tk/files.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <string>
 #include <thread>
 
-#include "log_lines.h"
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "tk/exception.h"
 #include "tk/headless_shell.h"
 #include "tk/paths.h"
 #include "tk/strings.h"
+
+#include "log_lines.h"
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -269,8 +270,9 @@ TEST_F(BugReport, IsSavedInTheDocumentsFolderAndHandedToTheMailProgram) {
   ASSERT_FALSE(saved.empty());
   EXPECT_EQ(std::filesystem::path(saved).parent_path().string(), home_.path());
   const std::string report = read_file(saved);
-  EXPECT_EQ(report.rfind("To: Varnholt Support <support@varnholt.com>\nSubject: Bug report on Quillbridge 8.1 \nDate: ", 0),
-            0U)
+  EXPECT_EQ(
+      report.rfind("To: Varnholt Support <support@varnholt.com>\nSubject: Bug report on Quillbridge 8.1 \nDate: ", 0),
+      0U)
       << report;
   EXPECT_NE(report.find("\n\nInternal error: \ncode=7a\n"), std::string::npos) << report;
 

@@ -1,17 +1,18 @@
 #include "tk/log.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "log_lines.h"
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+#include <unistd.h>
+
 #include "tk/exception.h"
 #include "tk/paths.h"
+
+#include "log_lines.h"
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -115,7 +116,9 @@ TEST(Logger, WideLinesAreUtf8CutToTheTenKilobyteBuffers) {
   LOGW(1, L"%s", std::wstring(6000, L'\u00e9'));  // 12000 bytes of UTF-8
   const std::vector<std::string> lines = log_lines(read_file(path));
   ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[0], "t\xc3\xa4" "b \xe4\xb8\xad");
+  EXPECT_EQ(lines[0],
+            "t\xc3\xa4"
+            "b \xe4\xb8\xad");
   EXPECT_EQ(lines[1], std::string(tk_logger::wide_line_limit - 1, 'x'));
   // The cut never splits a character: 10239 bytes hold 5119 of them.
   std::string expected;

@@ -1,13 +1,14 @@
 #include "tk/shell.h"
 
+#include <string>
+
 #include <gtest/gtest.h>
 
-#include <string>
+#include "tk/headless_shell.h"
+#include "tk/strings.h"
 
 #include "log_lines.h"
 #include "support/temp_dir.h"
-#include "tk/headless_shell.h"
-#include "tk/strings.h"
 
 namespace qb {
 namespace {
@@ -192,8 +193,7 @@ TEST_F(InternalErrorDialog, SendBugNamesTheTitleOnlyOnceTheShellIsInitialized) {
 TEST_F(InternalErrorDialog, WithoutAShellTheMessageGoesToStandardError) {
   log_capture log;
   testing::internal::CaptureStderr();
-  EXPECT_EQ(wizard_shell::internal_error(L"Internal error: \ncode=41"),
-            wizard_shell::internal_error_choice::not_shown);
+  EXPECT_EQ(wizard_shell::internal_error(L"Internal error: \ncode=41"), wizard_shell::internal_error_choice::not_shown);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error: Internal error: \ncode=41\n");
 }
 

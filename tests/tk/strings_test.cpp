@@ -1,7 +1,5 @@
 #include "tk/strings.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <clocale>
 #include <cstdint>
@@ -10,9 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+
 #include "tk/exception.h"
+
 #include "log_lines.h"
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -111,7 +112,11 @@ TEST(Hex, TwoUpperCaseDigitsForEachByte) {
 
 TEST(CompareNoCase, IgnoresCaseBeyondAsciiAndLogs) {
   log_capture log;
-  EXPECT_TRUE(tk_string::compare_no_case("Stra\xc3\x9f" "E", "STRA\xc3\x9f" "e"));
+  EXPECT_TRUE(
+      tk_string::compare_no_case("Stra\xc3\x9f"
+                                 "E",
+                                 "STRA\xc3\x9f"
+                                 "e"));
   EXPECT_FALSE(tk_string::compare_no_case("abc", "abd"));
   EXPECT_TRUE(log.has_line("tk_string::compare_no_case"));
   EXPECT_TRUE(tk_equal_no_case(L"\u00c9t\u00e9", L"\u00e9T\u00c9"));

@@ -1,15 +1,16 @@
 #include "tk/thread.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
 
+#include <gtest/gtest.h>
+
+#include "tk/exception.h"
+
 #include "log_lines.h"
 #include "support/temp_dir.h"
-#include "tk/exception.h"
 
 namespace qb {
 namespace {
