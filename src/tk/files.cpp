@@ -359,7 +359,7 @@ std::string tk_send_bug(const std::string& product, const std::string& text) {
   const std::string recipient = tk_format("%s <%s>", tk_support_name, tk_support_address);
 
   const std::string content = "To: " + recipient + "\nSubject: " + subject + "\nDate: " + date + "\n\n" + text + "\n";
-  const std::string saved = save_report(tk_get_user_home_path(), now, content);
+  std::string saved = save_report(tk_get_user_home_path(), now, content);
   if (saved.empty()) {
     LOG(2, "tk_send_bug: the report could not be saved");
   } else {

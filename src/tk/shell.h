@@ -15,7 +15,9 @@
 // skipped, and the continue-or-abort dialog counts as not shown (-1).
 //
 // Ownership: the entry routine owns the shell (a local, registered as the
-// tk_singleton instance for its lifetime).
+// tk_singleton instance for its lifetime). It must outlive the threads that
+// call it: a call that arrives while a derived shell is being destroyed
+// would reach a hook that no longer exists.
 //
 // Thread-safety: the static operations may be called from any thread; they
 // block the calling thread until the user has answered. An implementation

@@ -52,7 +52,7 @@ tk_thread_functor* tk_thread::adopt(std::unique_ptr<tk_thread_functor> functor) 
   return owned_.get();
 }
 
-void tk_thread::entry(tk_thread_functor* functor, std::shared_ptr<run_state> state) {
+void tk_thread::entry(tk_thread_functor* functor, const std::shared_ptr<run_state>& state) {
   // start() never passes a null functor. The functor catches what it throws:
   // an exception that leaves it ends the process, as for any thread.
   (*functor)();

@@ -115,7 +115,7 @@ class tk_thread {
     bool done = false;
     std::unique_ptr<tk_thread_functor> orphan;  // deleted by a detached worker
   };
-  static void entry(tk_thread_functor* functor, std::shared_ptr<run_state> state);
+  static void entry(tk_thread_functor* functor, const std::shared_ptr<run_state>& state);
   bool wait_for_end(std::chrono::milliseconds timeout) const;
 
   std::thread handle_;
