@@ -91,13 +91,18 @@ do_stop() {
   rm -f -- "$state_file" "$base_file"
 }
 
+pid_namespace() { readlink /proc/self/ns/pid 2>/dev/null || echo unknown; }
+
 # Temporary directories of earlier runs whose server is gone (a run that was
 # killed before its clean-up). A directory whose server still runs belongs to
-# somebody else's run and is left alone.
+# somebody else's run and is left alone, and so is one made in another pid
+# namespace (a container sharing /tmp), whose processes cannot be seen here.
 sweep_dead() {
-  local tmp=$1 dir pid alive
+  local tmp=$1 dir pid alive ns
+  ns=$(pid_namespace)
   for dir in "$tmp"/qb-mariadb-*; do
     [[ -d "$dir" && -f "$dir/launch.pid" ]] || continue
+    [[ "$(cat "$dir/pidns" 2>/dev/null)" == "$ns" ]] || continue
     alive=0
     for pid in $(cat "$dir/pid" "$dir/launch.pid" 2>/dev/null | sort -u); do
       is_our_server "$pid" "$dir" && alive=1
@@ -119,7 +124,7 @@ root_sql() {
 launch() {
   local base=$1
   local args=(--no-defaults --user="$run_user" --datadir="$base/data" --socket="$base/sock"
-    --port="$port" --bind-address=127.0.0.1 --skip-name-resolve --pid-file="$base/pid"
+    --port="$port" --bind-address=127.0.0.1 --skip-name-resolve --pid-file="$base/pid" --tmpdir="$base/tmp"
     --log-error="$base/err.log" --innodb-log-file-size=48M --innodb-buffer-pool-size=64M
     --max-connections=200)
   [[ -n "$server_version" ]] && args+=(--version="$server_version")
@@ -156,10 +161,15 @@ do_start() {
   local base
   base=$(mktemp -d "$tmp/qb-mariadb-XXXXXX")
   base=$(cd "$base" && pwd -P)
+  pid_namespace >"$base/pidns"
   echo "$base" >"$base_file"
   ((${#base} < 90)) || die "temporary directory '$base' is too long for a socket path; set TMPDIR"
 
-  if ! mariadb-install-db --no-defaults --user="$run_user" --datadir="$base/data" \
+  # A temporary directory of its own: servers of other runs (in other pid
+  # namespaces too) would otherwise share /tmp and the names of their
+  # temporary tables.
+  mkdir -p "$base/tmp"
+  if ! mariadb-install-db --no-defaults --user="$run_user" --datadir="$base/data" --tmpdir="$base/tmp" \
        --auth-root-authentication-method=normal --skip-test-db \
        --innodb-log-file-size=48M >"$base/install.log" 2>&1; then
     cat "$base/install.log" >&2
