@@ -158,7 +158,8 @@ void sql_engine::connect(std::wstring_view host, std::wstring_view user, std::ws
                         "HY000", {});
   }
   if (port < 0 || port > 65535) {
-    throw tk_exception(tk_format("Invalid port number %d: a port lies between 1 and 65535 (0 for the default).", port), 1);
+    throw tk_exception(
+        tk_format("Invalid port number %d: a port lies between 1 and 65535 (0 for the default).", port), 1);
   }
   if (connected_) {
     LOG(2, "Connection was established already - disconnecting first...");

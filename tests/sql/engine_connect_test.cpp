@@ -227,7 +227,8 @@ TEST(SqlEngine, PortOutOfRangeIsRefusedWithAMessage) {
     } catch (const sql_exception&) {
       ADD_FAILURE() << "went to the server";
     } catch (const tk_exception& e) {
-      EXPECT_EQ(std::string(e.what()), tk_format("Invalid port number %d: a port lies between 1 and 65535 (0 for the default).", port));
+      EXPECT_EQ(std::string(e.what()),
+                tk_format("Invalid port number %d: a port lies between 1 and 65535 (0 for the default).", port));
     }
   }
 }
