@@ -6,7 +6,7 @@ instead of stored rows. Its columns are fixed:
     id      int NOT NULL          i + 1 (i = 0 .. N-1)
     name    nvarchar(100)         "row-VV äöü €"              (VV = i % 64, two digits)
     amount  decimal(12,2)         VV * 1000 + VV, with VV as the cents
-    stamp   datetime2(7)          2024-01-01 00:00:00 + VV hours + VV * 1234567 * 100 ns
+    stamp   datetime2(7)          2024-01-01 00:00:00 + VV * (1 hour + 1234567 * 100 ns)
     note    nvarchar(max)         "note VV " repeated 12 times (96 characters)
 
 Rows are encoded once per variant; a block of BLOCK_ROWS rows is laid out
@@ -16,11 +16,12 @@ measures its client.
 """
 import struct
 
-from . import tokens
+from . import temporal, tokens
 from .results import Column
 from .sqltypes import SqlType
 
 VARIANTS = 64
+BASE_DAY = temporal.parse("2024-01-01")[0]
 BLOCK_ROWS = 1024
 
 COLUMNS = [("id", "int", False), ("name", "nvarchar(100)", True), ("amount", "decimal(12,2)", True),
@@ -34,9 +35,8 @@ def fixture_columns():
 def row_values(i):
     """The values of row i (0-based) in canonical form."""
     v = i % VARIANTS
-    ticks = v * 3600 * 10_000_000 + v * 1234567
-    secs, frac = divmod(ticks, 10_000_000)
-    stamp = f"2024-01-01 {secs // 3600:02d}:{secs // 60 % 60:02d}:{secs % 60:02d}.{frac:07d}"
+    days, ticks = divmod(v * (3600 * temporal.TICKS_PER_SECOND + 1234567), temporal.TICKS_PER_DAY)
+    stamp = temporal.format_date(BASE_DAY + days) + " " + temporal.format_time(ticks, 7)
     return [i + 1, f"row-{v:02d} äöü €", f"{v * 1000 + v}.{v:02d}", stamp, f"note {v:02d} " * 12]
 
 

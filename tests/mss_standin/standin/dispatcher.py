@@ -79,6 +79,15 @@ class Dispatcher:
         if bt is None:
             bt = self.bulk[id(table)] = bulk.BulkTable(table)
         i = next(n for n, t in enumerate(toks) if t.is_word("FROM"))
+        _, j = read_name(toks, i + 1)
+        rest = toks[j:]
+        if rest and rest[0].is_word("AS"):
+            rest = rest[1:]
+        if rest and rest[0].is_name and rest[0].upper not in ("WITH", "WHERE", "ORDER", "GROUP"):
+            rest = rest[1:]
+        if rest and not (rest[0].is_word("WITH") or rest[0].is_op("(")):
+            raise QueryError(50000, f"The generated table '{table.name}' answers only a plain SELECT "
+                                    "of all its rows (no WHERE, ORDER BY or joins).")
         items = split_top(toks[1:i])
         if len(items) == 1 and [t.text for t in items[0]] in (["*"],):
             return [bt]

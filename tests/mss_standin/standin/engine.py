@@ -28,6 +28,7 @@ from .sqltypes import SqlType
 END_OF_FROM = {"WHERE", "GROUP", "ORDER", "HAVING", "UNION", "EXCEPT", "INTERSECT", "ON",
                "OPTION", "FOR", "INNER", "LEFT", "RIGHT", "FULL", "CROSS", "OUTER", "JOIN",
                "WITH", "SELECT", "INTO", "AS", "APPLY", "PIVOT", "UNPIVOT", "USING"}
+TEXT_METHODS = ("STASTEXT", "TOSTRING", "ASTEXTZM")
 NOT_ALIAS = END_OF_FROM | {"FROM", "SET", "AND", "OR", "NOT"}
 
 
@@ -186,8 +187,15 @@ class Engine:
             t = toks[i]
             st = stack[-1]
             depth = len(stack) - 1
+            if t.is_name and i + 4 <= n and toks[i + 1].is_op(".") and toks[i + 2].is_word(*TEXT_METHODS) \
+                    and toks[i + 3].is_op("(") and i + 4 < n and toks[i + 4].is_op(")"):
+                # spatial columns are stored as their well-known text already
+                out.append(_q(t.value) if t.kind == "qname" else t.value)
+                i += 5
+                continue
             if t.is_op("("):
                 out.append("(")
+                st["expect"] = False  # a derived table: its alias follows the ")"
                 cast = i > 0 and toks[i - 1].is_word("CAST", "TRY_CAST")
                 stack.append({"from": False, "expect": False, "cast": cast, "top": None, "select": False})
                 i += 1

@@ -184,10 +184,10 @@ def _decode(tok, info, data):
         else:
             hi, lo = struct.unpack("<iI", data)
             v = (hi << 32) | lo
-        return format(decimal.Decimal(v).scaleb(-4), "f")
+        return format(decimal.Decimal(v).scaleb(-4, st.CTX), "f")
     if tok in (st.DECIMALN, st.NUMERICN, 0x37, 0x3F):
         mag = int.from_bytes(data[1:], "little")
-        v = decimal.Decimal(mag if data[0] else -mag).scaleb(-info["scale"])
+        v = decimal.Decimal(mag if data[0] else -mag).scaleb(-info["scale"], st.CTX)
         return format(v, "f")
     if tok == st.GUIDTYPE:
         return str(uuid.UUID(bytes_le=bytes(data))).upper()

@@ -141,6 +141,9 @@ class Session:
                     break
         except QueryError as e:
             out.error(e)
+        except Exception as e:  # a fault of the stand-in: report it to the client, keep the session
+            log.exception("batch failed: %s", text)
+            out.error(QueryError(50000, f"Stand-in internal error: {type(e).__name__}: {e}"))
         out.finish()
 
     # -- RPC -------------------------------------------------------------------------------
@@ -161,6 +164,11 @@ class Session:
                 outputs = self.dispatcher.call(self.ctx, call.name, args)
             except QueryError as e:
                 out.error(e, token=tokens.DONEPROC)
+                continue
+            except Exception as e:  # a fault of the stand-in: report it, keep the session
+                log.exception("rpc %s failed", call.name)
+                out.error(QueryError(50000, f"Stand-in internal error: {type(e).__name__}: {e}"),
+                          token=tokens.DONEPROC)
                 continue
             handle = None
             results = []

@@ -28,7 +28,9 @@ import uuid
 from . import spatial, temporal
 
 D = decimal.Decimal
-decimal.getcontext().prec = 80
+# Decimal contexts are per thread; every operation names this one so that 38
+# digits never round, whichever session thread runs it.
+CTX = decimal.Context(prec=80, rounding=decimal.ROUND_HALF_UP)
 
 
 class TypeError_(ValueError):
@@ -308,7 +310,7 @@ class SqlType:
             if n in ("decimal", "numeric"):
                 return self._decimal_text(D(str(v)))
             if n in MONEY_RANGES:
-                dv = D(str(v)).quantize(D("0.0001"), rounding=decimal.ROUND_HALF_UP)
+                dv = D(str(v)).quantize(D("0.0001"), context=CTX)
                 lo, hi, _ = MONEY_RANGES[n]
                 if not lo <= dv <= hi:
                     raise TypeError_(f"{v!r} out of range for {n}")
@@ -346,8 +348,8 @@ class SqlType:
         raise TypeError_(f"no fixture values for {n}")
 
     def _decimal_text(self, dv):
-        q = D(1).scaleb(-self.scale)
-        dv = dv.quantize(q, rounding=decimal.ROUND_HALF_UP)
+        q = D(1).scaleb(-self.scale, CTX)
+        dv = dv.quantize(q, context=CTX)
         digits = len(dv.as_tuple().digits) if dv != 0 else 1
         if digits > self.precision:
             raise TypeError_(f"{dv} has more than {self.precision} digits")
@@ -420,17 +422,17 @@ class SqlType:
         if n in ("decimal", "numeric"):
             if v is None:
                 return b"\x00"
-            dv = D(v).quantize(D(1).scaleb(-self.scale), rounding=decimal.ROUND_HALF_UP)
-            mag = int(abs(dv).scaleb(self.scale))
+            dv = D(v).quantize(D(1).scaleb(-self.scale, CTX), context=CTX)
+            mag = int(dv.copy_abs().scaleb(self.scale, CTX))
             size = self._decimal_len()
             return bytes([size, 0 if dv < 0 else 1]) + mag.to_bytes(size - 1, "little")
         if n == "money":
             if v is None:
                 return b"\x00"
-            iv = int(D(v).scaleb(4))
+            iv = int(D(v).scaleb(4, CTX))
             return b"\x08" + struct.pack("<iI", iv >> 32, iv & 0xFFFFFFFF)
         if n == "smallmoney":
-            return b"\x00" if v is None else b"\x04" + struct.pack("<i", int(D(v).scaleb(4)))
+            return b"\x00" if v is None else b"\x04" + struct.pack("<i", int(D(v).scaleb(4, CTX)))
         if n == "uniqueidentifier":
             return b"\x00" if v is None else b"\x10" + uuid.UUID(v).bytes_le
         if n in ("date", "time", "datetime2", "datetimeoffset", "datetime", "smalldatetime"):
