@@ -213,7 +213,7 @@ class Cursor:
         args = []
         for v in (catalog, schema, table):
             args += [_w(v) if v is not None else None, SQL_NTS if v is not None else 0]
-        return self._ok(_lib.SQLStatisticsW(self.h, *args, 0, 0), "SQLStatistics")
+        return self._ok(_lib.SQLStatisticsW(self.h, *args, 1, 0), "SQLStatistics")  # SQL_INDEX_ALL
 
     def foreign_keys(self, pk=(None, None, None), fk=(None, None, None)):
         args = []

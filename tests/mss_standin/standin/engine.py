@@ -350,6 +350,8 @@ class Engine:
         if body and body[0].is_word("CAST", "TRY_CAST") and len(body) > 3 and body[-1].is_op(")"):
             k = max(x for x in range(len(body)) if body[x].is_word("AS"))
             decl = "".join(t.text for t in body[k + 1:-1])
+            if decl.lower() in ("varchar", "nvarchar", "char", "nchar", "varbinary", "binary"):
+                decl += "(30)"  # CAST without a length means 30
             try:
                 return [Column(alias or "", SqlType(decl))]
             except sqltypes.TypeError_:

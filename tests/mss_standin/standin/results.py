@@ -17,7 +17,7 @@ def invalid_object(name):
 class Column:
     def __init__(self, name, sqltype, nullable=True, table_parts=None, identity=False):
         self.name = name
-        self.type = sqltype if isinstance(sqltype, SqlType) else SqlType(sqltype)
+        self.type = sqltype if sqltype is None or isinstance(sqltype, SqlType) else SqlType(sqltype)
         self.nullable = nullable
         self.table_parts = table_parts
         self.identity = identity
