@@ -28,6 +28,8 @@ from .sqltypes import SqlType
 END_OF_FROM = {"WHERE", "GROUP", "ORDER", "HAVING", "UNION", "EXCEPT", "INTERSECT", "ON",
                "OPTION", "FOR", "INNER", "LEFT", "RIGHT", "FULL", "CROSS", "OUTER", "JOIN",
                "WITH", "SELECT", "INTO", "AS", "APPLY", "PIVOT", "UNPIVOT", "USING"}
+RESERVED = {"SELECT", "FROM", "WHERE", "GROUP", "ORDER", "HAVING", "UNION", "JOIN", "ON", "INNER", "LEFT",
+            "RIGHT", "FULL", "CROSS", "OUTER", "AND", "OR", "NOT", "AS", "BY", "INTO", "SET", "VALUES"}
 TEXT_METHODS = ("STASTEXT", "TOSTRING", "ASTEXTZM")
 NOT_ALIAS = END_OF_FROM | {"FROM", "SET", "AND", "OR", "NOT"}
 
@@ -208,6 +210,8 @@ class Engine:
                 out.append(")")
                 i += 1
                 continue
+            if st["expect"] and t.kind == "word" and t.upper in RESERVED:
+                raise QueryError(156, f"Incorrect syntax near the keyword '{t.value.upper()}'.", 15, 1)
             if st["expect"] and t.is_name:
                 parts, j = read_name(toks, i)
                 if j < n and toks[j].is_op("("):   # a table-valued function

@@ -79,16 +79,19 @@ class ResponseWriter:
         n = (len(self.buf) - 1) // body  # always keep at least one byte back
         if n <= 0:
             return
-        view = memoryview(self.buf)
         parts = []
-        for i in range(n):
-            parts.append(HEADER.pack(self.ptype, 0, self.packet_size, self.spid,
-                                     self.packet_id & 0xFF, 0))
-            parts.append(view[i * body:(i + 1) * body])
-            self.packet_id += 1
-        self.sock.sendall(b"".join(parts))
-        view.release()
+        with memoryview(self.buf) as view:
+            for i in range(n):
+                parts.append(HEADER.pack(self.ptype, 0, self.packet_size, self.spid,
+                                         self.packet_id & 0xFF, 0))
+                parts.append(view[i * body:(i + 1) * body])
+                self.packet_id += 1
+            data = b"".join(parts)
+            for p in parts[1::2]:
+                p.release()
+            del parts
         del self.buf[:n * body]
+        self.sock.sendall(data)
         self._poll_attention(n * self.packet_size)
 
     def flush(self):

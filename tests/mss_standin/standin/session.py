@@ -119,6 +119,7 @@ class Session:
         elif ptype == packets.TRANSACTION_MANAGER:
             self.reply(tokens.done())
         elif ptype == packets.ATTENTION:
+            log.info("spid %d: attention", self.spid)
             self.reply(tokens.done(tokens.DONE_ATTN))
         else:
             w = self.writer()
@@ -256,6 +257,7 @@ class _Output:
 
     def finish(self):
         if self.w.cancelled:
+            log.info("spid %d: attention", self.s.spid)
             self.pending = None
             self.w.write(tokens.done(tokens.DONE_ATTN))
         else:
