@@ -20,7 +20,7 @@ import threading
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
-from standin import bulk, dispatcher as dispatch_mod, versions  # noqa: E402
+from standin import dispatcher as dispatch_mod, versions  # noqa: E402
 from standin.engine import Engine  # noqa: E402
 from standin.fixture import FixtureError, Server  # noqa: E402
 from standin.session import Session  # noqa: E402
@@ -43,13 +43,6 @@ def build_server(args):
         db, schema, table = (args.bulk_table.split(".") + ["", "", ""])[:3]
         server.load({"databases": [{"name": db, "schemas": [{"name": schema, "tables": [
             {"name": table, "generated": {"rows": args.bulk_rows}}]}]}]}, "--bulk-rows")
-    for db in server.databases.values():
-        for t in db.tables():
-            if t.generated and not t.columns:
-                from standin.fixture import Table
-                fresh = Table(db, t.schema, {"name": t.name, "generated": t.generated,
-                                             "columns": bulk.fixture_columns()}, "generated")
-                t.columns, t.by_name = fresh.columns, fresh.by_name
     server.check()
     return server
 
@@ -58,7 +51,7 @@ class _Handler(socketserver.BaseRequestHandler):
     def handle(self):
         self.request.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         try:
-            Session(self.request, self.server.model, self.server.dispatcher, None).run()
+            Session(self.request, self.server.model, self.server.dispatcher).run()
         except Exception:  # a broken session must not take the server down
             log.exception("session failed")
 

@@ -12,10 +12,10 @@ for a new procedure, @procedure("sp_name").
 """
 import re
 
-from . import bulk, catalog_procs, tokens
+from . import bulk, catalog_procs
 from .engine import GeneratedTable
 from .fixture import key
-from .results import Done, EnvChange, Message, QueryError, ResultSet, Column, RowCount
+from .results import Column, Done, Message, QueryError, ResultSet
 from .sqltext import SqlSyntaxError, normalise, read_name, split_statements, split_top, tokenize
 from .sqltypes import SqlType
 
@@ -302,4 +302,4 @@ def _declared(definitions):
 
 
 catalog_procs.register(procedure)
-__all__ = ["Dispatcher", "statement", "procedure", "tokens"]
+__all__ = ["Dispatcher", "statement", "procedure"]

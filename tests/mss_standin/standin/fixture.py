@@ -9,7 +9,7 @@ with the file and the object at fault.
 import json
 import itertools
 
-from . import sqltypes, versions
+from . import bulk, sqltypes, versions
 from .sqltypes import SqlType
 
 
@@ -99,14 +99,17 @@ class Table:
         where = f"{where}.{self.name}"
         self.where = where
         coll = d.get("collation", db.collation)
-        self.columns = [Column(c, coll, where) for c in d.get("columns", [])]
+        self.generated = d.get("generated")
+        if self.generated and d.get("columns"):
+            raise FixtureError(f"{where}: a generated table has fixed columns; give no \"columns\"")
+        declared = d.get("columns") or (bulk.fixture_columns() if self.generated else [])
+        self.columns = [Column(c, coll, where) for c in declared]
         for i, c in enumerate(self.columns, 1):
             c.column_id = i
         self.by_name = {key(c.name): c for c in self.columns}
         if len(self.by_name) != len(self.columns):
             raise FixtureError(f"{where}: duplicate column names")
-        self.generated = d.get("generated")
-        if not self.columns and not self.generated:
+        if not self.columns:
             raise FixtureError(f"{where}: a table needs columns")
         self.indexes = []
         if d.get("primary_key"):

@@ -6,7 +6,7 @@ import threading
 
 from . import login, packets, rpc, tokens
 from .fixture import key
-from .results import (Done, EnvChange, Message, QueryError, ResultSet, ReturnValue, RowCount, Column)
+from .results import Done, EnvChange, Message, QueryError, ResultSet, RowCount
 from .sqltypes import SqlType
 from .bulk import BulkTable
 
@@ -52,11 +52,10 @@ class Context:
 
 
 class Session:
-    def __init__(self, sock, server, dispatcher, options):
+    def __init__(self, sock, server, dispatcher):
         self.sock = sock
         self.server = server
         self.dispatcher = dispatcher
-        self.options = options
         with _spid_lock:
             self.spid = next(_spids)
         self.packet_size = 4096
@@ -142,6 +141,8 @@ class Session:
                     break
         except QueryError as e:
             out.error(e)
+        except (ConnectionError, packets.ConnectionClosed):
+            raise
         except Exception as e:  # a fault of the stand-in: report it to the client, keep the session
             log.exception("batch failed: %s", text)
             out.error(QueryError(50000, f"Stand-in internal error: {type(e).__name__}: {e}"))
@@ -160,33 +161,39 @@ class Session:
             return
         for call in calls:
             log.debug("spid %d rpc %s %r", self.spid, call.name, call.params)
-            args = [(p.name or None, p.value) for p in call.params]
             try:
-                outputs = self.dispatcher.call(self.ctx, call.name, args)
+                if not self.call(call, out, w):
+                    break
             except QueryError as e:
                 out.error(e, token=tokens.DONEPROC)
-                continue
+            except (ConnectionError, packets.ConnectionClosed):
+                raise
             except Exception as e:  # a fault of the stand-in: report it, keep the session
                 log.exception("rpc %s failed", call.name)
                 out.error(QueryError(50000, f"Stand-in internal error: {type(e).__name__}: {e}"),
                           token=tokens.DONEPROC)
-                continue
-            handle = None
-            results = []
-            for o in outputs:
-                if isinstance(o, tuple) and o[0] == "handle":
-                    handle = o[1]
-                else:
-                    results.append(o)
-            if not out.emit(results):
-                break
-            out.flush_pending()
-            w.write(tokens.returnstatus(0))
-            if handle is not None:
-                name = call.params[0].name if call.params and call.params[0].name else ""
-                w.write(tokens.returnvalue(0, name, SqlType("int"), handle))
-            out.done(0, False, token=tokens.DONEPROC)
         out.finish()
+
+    def call(self, call, out, w):
+        """Runs one procedure: its results, RETURNSTATUS, the handle of a prepare, DONEPROC.
+        False when the client cancelled."""
+        args = [(p.name or None, p.value) for p in call.params]
+        handle = None
+        results = []
+        for o in self.dispatcher.call(self.ctx, call.name, args):
+            if isinstance(o, tuple) and o[0] == "handle":
+                handle = o[1]
+            else:
+                results.append(o)
+        if not out.emit(results):
+            return False
+        out.flush_pending()
+        w.write(tokens.returnstatus(0))
+        if handle is not None:
+            name = call.params[0].name if call.params and call.params[0].name else ""
+            w.write(tokens.returnvalue(0, name, SqlType("int"), handle))
+        out.done(0, False, token=tokens.DONEPROC)
+        return True
 
 
 class _Output:
