@@ -36,8 +36,8 @@ def build_server(args):
         server.set_version(args.version)
     if args.version_text:
         server.set_version(args.version_text)
-    for spec in args.user:
-        name, _, password = spec.partition(":")
+    for login in args.user:
+        name, _, password = login.partition(":")
         server.load({"server": {"users": [{"name": name, "password": password}]}}, "--user")
     if args.bulk_rows is not None:
         db, schema, table = (args.bulk_table.split(".") + ["", "", ""])[:3]

@@ -10,8 +10,8 @@ from .results import Column, QueryError, ResultSet
 from .sqltypes import SqlType
 
 
-def _cols(*spec):
-    return [Column(n, SqlType(t)) for n, t in spec]
+def _cols(*pairs):
+    return [Column(n, SqlType(t)) for n, t in pairs]
 
 
 def _arg(args, name, position):
