@@ -306,11 +306,13 @@ bool ole_date::import_from_string(std::string_view text) {
                        {{&src.wYear}, {&src.wMonth}, {&src.wDay}, {&src.wHour}, {&src.wMinute}, {&src.wSecond}});
     swap_day_and_year();
     if (n == 6 && accept(type_date_time)) return true;
+    src = ole_systemtime{};  // a digit string of another kind leaves nothing behind
   }
   if (text.size() == 8) {
     LOG(1, "Trying timestamp format (2)...");
     const int n = scan(text, "%4d%02d%02d", {{&src.wYear}, {&src.wMonth}, {&src.wDay}});
     if (n == 3 && accept(type_date)) return true;
+    src = ole_systemtime{};  // "hh:mm:ss" has 8 characters too
   }
 
   LOG(1, "Trying pure time format...");
@@ -636,7 +638,16 @@ bool ole_date_from_us_text(std::string_view text, ole_systemtime& out) {
   int year = 0;
   int month = 0;
   int day = 0;
-  if (a.kind == us_token::number && b.kind == us_token::number) {
+  bool year_known = false;
+  if (a.kind == us_token::number && b.kind == us_token::number && a.digits == 4) {
+    // Y-M-D or Y/M/D, one separator kind throughout.
+    if (b.separator_before == ' ' || b.separator_before != c.separator_before) return false;
+    if (b.digits > 2 || c.kind != us_token::number || c.digits > 2) return false;
+    year = a.value;
+    month = b.value;
+    day = c.value;
+    year_known = true;
+  } else if (a.kind == us_token::number && b.kind == us_token::number) {
     // M/D/Y or M-D-Y, one separator kind throughout.
     if (b.separator_before == ' ' || b.separator_before != c.separator_before) return false;
     if (a.digits > 2 || b.digits > 2) return false;
@@ -653,8 +664,8 @@ bool ole_date_from_us_text(std::string_view text, ole_systemtime& out) {
   } else {
     return false;
   }
-  if (!us_year(c, year)) return false;
-  if (month < 1 || month > 12 || day < 1 || day > ole_days_in_month(year, month)) return false;
+  if (!year_known && !us_year(c, year)) return false;
+  if (year < 100 || month < 1 || month > 12 || day < 1 || day > ole_days_in_month(year, month)) return false;
   if (hour > 23 || minute > 59 || second > 59) return false;
   out = ole_systemtime{};
   out.wYear = static_cast<std::uint16_t>(year);

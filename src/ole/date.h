@@ -117,11 +117,12 @@ bool ole_system_time_to_variant_time(const ole_systemtime& time, double& out);
 bool ole_variant_time_to_system_time(double value, ole_systemtime& out);
 
 // The last-resort parser for US-English date text, standing in for the
-// platform's locale parser. Accepts a date as "M/D/Y" or "M-D-Y", "Mon D Y",
-// "Mon D, Y", "D Mon Y" or "D-Mon-Y" (month names or their first three letters,
-// any case), optionally followed by "h:mm" or "h:mm:ss". A year of one or two
-// digits is 2000-2029 for 0-29 and 1930-1999 for 30-99; other years must be
-// 100..9999. The result has whole seconds. False for anything else.
+// platform's locale parser. Accepts a date as "M/D/Y" or "M-D-Y", "YYYY-M-D"
+// or "YYYY/M/D", "Mon D Y", "Mon D, Y", "D Mon Y" or "D-Mon-Y" (month names or
+// their first three letters, any case), optionally followed by "h:mm" or
+// "h:mm:ss". A year of one or two digits is 2000-2029 for 0-29 and 1930-1999
+// for 30-99; other years must be 100..9999. The result has whole seconds.
+// False for anything else, including impossible dates.
 bool ole_date_from_us_text(std::string_view text, ole_systemtime& out);
 
 // Days in a month (1..12) of a year, by the Gregorian rule; 0 for month 0
