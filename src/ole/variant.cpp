@@ -185,6 +185,12 @@ ole_variant::ole_variant(std::size_t size, const std::uint8_t* data) {
   attach_binary(std::span<const std::uint8_t>(data, size));
 }
 
+ole_variant ole_variant::make_null() {
+  ole_variant v;
+  v.vt_ = vt_null;
+  return v;
+}
+
 ole_variant ole_variant::make_lpstr(std::string_view text) {
   ole_variant v;
   v.set_bytes(vt_lpstr).assign(text.begin(), text.end());
@@ -870,7 +876,7 @@ ole_variant ole_variant::from_hex(std::basic_string_view<Ch> text, std::uint16_t
     if (text[at] == Ch('\0')) break;
     const unsigned high = hex_position(text[at]);
     const unsigned low = hex_position(text[at + 1]);
-    bytes[k] = static_cast<std::uint8_t>((high << 4) | low);
+    bytes[k] = static_cast<std::uint8_t>(high * 16 + low);
   }
   v.change_type(vt);
   return v;

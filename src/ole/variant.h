@@ -119,6 +119,8 @@ class ole_variant {
   // with a size above 0 is an internal error.
   ole_variant(std::size_t size, const std::uint8_t* data);
 
+  // A value of tag 1 (SQL NULL).
+  static ole_variant make_null();
   // Text for the two pointer tags, which only ever convert to bytes.
   static ole_variant make_lpstr(std::string_view text);
   static ole_variant make_lpwstr(std::wstring_view text);
@@ -139,6 +141,8 @@ class ole_variant {
   void attach_string(std::string_view utf8);
   // Tag 8 from wide text of its exact length.
   void attach_wstring(std::wstring_view text);
+  void attach_wstring(const std::wstring& text) { attach_wstring(std::wstring_view(text)); }
+  void attach_wstring(const wchar_t* text) { attach_wstring(std::wstring_view(text != nullptr ? text : L"")); }
   void attach_wstring(std::wstring&& text);
   // Bytes into the byte array (allocate_safe_array, then a copy); nothing
   // happens for no bytes.
@@ -221,6 +225,13 @@ class ole_variant {
   // The same from wide text; tag 8 keeps the text as it is, tags 8209 and 65
   // read it as hexadecimal directly.
   static ole_variant from_wstring(std::wstring_view text, std::uint16_t vt);
+  static ole_variant from_wstring(const std::wstring& text, std::uint16_t vt) {
+    return from_wstring(std::wstring_view(text), vt);
+  }
+  static ole_variant from_wstring(const wchar_t* text, std::uint16_t vt) {
+    return from_wstring(std::wstring_view(text != nullptr ? text : L""), vt);
+  }
+  // Text of tag 8 is taken over without a copy.
   static ole_variant from_wstring(std::wstring&& text, std::uint16_t vt);
 
   // --- Conversion in place -----------------------------------------------------------
