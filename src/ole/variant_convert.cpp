@@ -227,16 +227,16 @@ bool ole_variant::memory_bytes(std::vector<std::uint8_t>& out) const {
 
 ole_hresult ole_variant::change_type_local(std::uint16_t to) {
   const std::uint16_t from = vt_;
-  if (to == from) return ole_s_ok;
-  if (to == vt_empty) {
-    clear();
-    return ole_s_ok;
-  }
   const bool from_signed = is_signed_integer_tag(from);
   const bool from_unsigned = is_unsigned_integer_tag(from);
   const bool from_known = from_signed || from_unsigned || from == vt_r4 || from == vt_r8 || from == vt_cy ||
                           from == vt_decimal || from == vt_bstr || from == vt_bool;
   if (!from_known) return ole_e_bad_var_type;
+  if (to == from) return ole_s_ok;
+  if (to == vt_empty) {
+    clear();
+    return ole_s_ok;
+  }
   const std::wstring_view text = from == vt_bstr ? std::wstring_view(u_.text) : std::wstring_view{};
 
   integer_range range{};
