@@ -1,7 +1,10 @@
 #include "ole/date.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <initializer_list>
 
 #include "ole/numtext.h"
@@ -35,35 +38,65 @@ struct scan_target {
   std::string_view* text = nullptr;
 };
 
+// A scan format ("%4d%02d", "%hd:%hd:%s") compiled once into steps.
+struct scan_step {
+  enum kind_t : std::uint8_t { literal, space, integer, text } kind = literal;
+  char c = 0;
+  std::uint8_t width = 0;  // 0: unlimited
+};
+
+struct scan_format {
+  std::array<scan_step, 24> steps{};
+  std::size_t count = 0;
+};
+
+constexpr scan_format compile_scan(std::string_view format) {
+  scan_format out;
+  for (std::size_t f = 0; f < format.size(); ++f) {
+    scan_step step;
+    const char c = format[f];
+    if (ole_is_c_space(c)) {
+      step.kind = scan_step::space;
+    } else if (c != '%') {
+      step.kind = scan_step::literal;
+      step.c = c;
+    } else {
+      ++f;
+      int width = 0;
+      while (f < format.size() && is_digit(format[f])) width = width * 10 + (format[f++] - '0');
+      if (f < format.size() && format[f] == 'h') ++f;
+      step.kind = f < format.size() && format[f] == 's' ? scan_step::text : scan_step::integer;
+      step.width = static_cast<std::uint8_t>(width);
+    }
+    out.steps[out.count++] = step;
+  }
+  return out;
+}
+
 // A small sscanf for the date formats: "%Nd", "%hd", "%s", white space (any
 // amount, also none) and literal characters. Returns the number of targets
 // filled, or -1 when the input ended before the first one.
-int scan(std::string_view in, std::string_view format, std::initializer_list<scan_target> targets) {
+int scan(std::string_view in, const scan_format& format, std::initializer_list<scan_target> targets) {
   std::size_t i = 0;
   int filled = 0;
   const scan_target* target = targets.begin();
-  auto input_failure = [&] { return filled == 0 ? -1 : filled; };
-  for (std::size_t f = 0; f < format.size(); ++f) {
-    const char c = format[f];
-    if (ole_is_c_space(c)) {
-      while (i < in.size() && ole_is_c_space(in[i])) ++i;
+  const std::size_t size = in.size();
+  for (std::size_t k = 0; k < format.count; ++k) {
+    const scan_step& step = format.steps[k];
+    if (step.kind == scan_step::space) {
+      while (i < size && ole_is_c_space(in[i])) ++i;
       continue;
     }
-    if (c != '%') {
-      if (i >= in.size()) return input_failure();
-      if (in[i] != c) return filled;
+    if (step.kind == scan_step::literal) {
+      if (i >= size) return filled == 0 ? -1 : filled;
+      if (in[i] != step.c) return filled;
       ++i;
       continue;
     }
-    ++f;
-    std::size_t width = 0;
-    while (f < format.size() && is_digit(format[f])) width = width * 10 + static_cast<std::size_t>(format[f++] - '0');
-    if (f < format.size() && format[f] == 'h') ++f;
-    const char conversion = f < format.size() ? format[f] : 'd';
-    while (i < in.size() && ole_is_c_space(in[i])) ++i;
-    if (i >= in.size()) return input_failure();
-    const std::size_t limit = width > 0 && i + width < in.size() ? i + width : in.size();
-    if (conversion == 's') {
+    while (i < size && ole_is_c_space(in[i])) ++i;
+    if (i >= size) return filled == 0 ? -1 : filled;
+    const std::size_t limit = step.width > 0 && i + step.width < size ? i + step.width : size;
+    if (step.kind == scan_step::text) {
       const std::size_t start = i;
       while (i < limit && !ole_is_c_space(in[i])) ++i;
       *target->text = in.substr(start, i - start);
@@ -87,6 +120,13 @@ int scan(std::string_view in, std::string_view format, std::initializer_list<sca
   }
   return filled;
 }
+
+constexpr scan_format timestamp_14 = compile_scan("%4d%02d%02d%02d%02d%02d");
+constexpr scan_format timestamp_8 = compile_scan("%4d%02d%02d");
+constexpr scan_format pure_time = compile_scan("%hd:%hd:%s");
+constexpr scan_format date_time_forms[] = {compile_scan("%hd-%hd-%hd %hd:%hd:%s"),
+                                           compile_scan("%hd/%hd/%hd %hd:%hd:%s"),
+                                           compile_scan("%hd.%hd.%hd %hd:%hd:%s")};
 
 bool is_leap(int year) {
   if (year < 1) ++year;  // no year 0 in the count
@@ -132,15 +172,6 @@ std::int32_t truncate_i32(double v) {
   const double t = std::trunc(v);
   if (!(t >= -2147483648.0 && t < 2147483648.0)) return INT32_MIN;
   return static_cast<std::int32_t>(t);
-}
-
-void append_signed_padded(std::string& out, std::int32_t v, int width) {
-  if (v < 0) {
-    out.push_back('-');
-    ole_append_padded(out, static_cast<std::uint32_t>(-static_cast<std::int64_t>(v)), width - 1);
-    return;
-  }
-  ole_append_padded(out, static_cast<std::uint32_t>(v), width);
 }
 
 // A trailing " +hh:mm" / " -hh:mm"; the minutes east of UTC.
@@ -223,18 +254,32 @@ void ole_date::parse(std::string_view text) {
     has_offset = true;
     LOG(1, "Offset set aside: %d minutes", static_cast<int>(offset_minutes));
   }
-  const std::string_view original = t;
-  std::size_t cut = t.find("AM");
-  if (cut == std::string_view::npos) cut = t.find("PM");
-  if (cut == std::string_view::npos) cut = t.find("am");
-  if (cut == std::string_view::npos) cut = t.find("pm");
-  if (cut != std::string_view::npos) t = trim_spaces(t.substr(0, cut));
+  // The first "AM", else the first "PM", else "am", else "pm" cuts the text;
+  // found in one pass.
+  std::size_t first[4] = {std::string_view::npos, std::string_view::npos, std::string_view::npos,
+                          std::string_view::npos};
+  for (std::size_t i = 0; i + 1 < t.size(); ++i) {
+    const char c = t[i];
+    const char m = t[i + 1];
+    int which = -1;
+    if (m == 'M') {
+      which = c == 'A' ? 0 : c == 'P' ? 1 : -1;
+    } else if (m == 'm') {
+      which = c == 'a' ? 2 : c == 'p' ? 3 : -1;
+    }
+    if (which >= 0 && first[which] == std::string_view::npos) first[which] = i;
+  }
+  const bool pm = first[1] != std::string_view::npos || first[3] != std::string_view::npos;
+  for (std::size_t cut : first) {
+    if (cut == std::string_view::npos) continue;
+    t = trim_spaces(t.substr(0, cut));
+    break;
+  }
   if (t.size() < 5) {
     LOG(2, "Invalid date/time format: '%s'", t);
     return;
   }
   if (!import_from_string(t)) return;
-  const bool pm = original.find("PM") != std::string_view::npos || original.find("pm") != std::string_view::npos;
   if (pm && src.wHour < 12) src.wHour = static_cast<std::uint16_t>(src.wHour + 12);
 }
 
@@ -302,7 +347,7 @@ bool ole_date::import_from_string(std::string_view text) {
 
   if (text.size() == 14) {
     LOG(1, "Trying timestamp format (1)...");
-    const int n = scan(text, "%4d%02d%02d%02d%02d%02d",
+    const int n = scan(text, timestamp_14,
                        {{&src.wYear}, {&src.wMonth}, {&src.wDay}, {&src.wHour}, {&src.wMinute}, {&src.wSecond}});
     swap_day_and_year();
     if (n == 6 && accept(type_date_time)) return true;
@@ -310,14 +355,14 @@ bool ole_date::import_from_string(std::string_view text) {
   }
   if (text.size() == 8) {
     LOG(1, "Trying timestamp format (2)...");
-    const int n = scan(text, "%4d%02d%02d", {{&src.wYear}, {&src.wMonth}, {&src.wDay}});
+    const int n = scan(text, timestamp_8, {{&src.wYear}, {&src.wMonth}, {&src.wDay}});
     if (n == 3 && accept(type_date)) return true;
     src = ole_systemtime{};  // "hh:mm:ss" has 8 characters too
   }
 
   LOG(1, "Trying pure time format...");
   std::string_view seconds;
-  int n = scan(text, "%hd:%hd:%s", {{&src.wHour}, {&src.wMinute}, {nullptr, &seconds}});
+  int n = scan(text, pure_time, {{&src.wHour}, {&src.wMinute}, {nullptr, &seconds}});
   if (n == 3 && accept(type_time)) {
     process_milliseconds(seconds);
     return true;
@@ -325,12 +370,10 @@ bool ole_date::import_from_string(std::string_view text) {
   if (n == 2 && seconds.empty() && accept(type_time)) return true;
 
   src = ole_systemtime{};
-  static constexpr std::string_view formats[] = {"%hd-%hd-%hd %hd:%hd:%s", "%hd/%hd/%hd %hd:%hd:%s",
-                                                 "%hd.%hd.%hd %hd:%hd:%s"};
   for (int f = 0; f < 3; ++f) {
     LOG(1, "Trying datetime format #%d", f + 1);
     seconds = {};
-    n = scan(text, formats[f],
+    n = scan(text, date_time_forms[f],
              {{&src.wYear}, {&src.wMonth}, {&src.wDay}, {&src.wHour}, {&src.wMinute}, {nullptr, &seconds}});
     if (n != 3 && n != 6) continue;
     swap_day_and_year();
@@ -415,55 +458,101 @@ void ole_date::process_milliseconds(std::string_view text) {
   }
 }
 
+namespace {
+
+// Digits of value, at least width of them, written at p (printf "%0<width>u").
+char* put_padded(char* p, std::uint32_t value, int width) {
+  static constexpr char pairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
+  if (width == 2 && value < 100) {
+    std::memcpy(p, pairs + 2 * value, 2);
+    return p + 2;
+  }
+  if (width == 4 && value < 10000) {
+    std::memcpy(p, pairs + 2 * (value / 100), 2);
+    std::memcpy(p + 2, pairs + 2 * (value % 100), 2);
+    return p + 4;
+  }
+  char digits[12];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  for (int k = n; k < width; ++k) *p++ = '0';
+  while (n > 0) *p++ = digits[--n];
+  return p;
+}
+
+char* put_signed_padded(char* p, std::int32_t value, int width) {
+  if (value >= 0) return put_padded(p, static_cast<std::uint32_t>(value), width);
+  *p++ = '-';
+  return put_padded(p, static_cast<std::uint32_t>(-static_cast<std::int64_t>(value)), width - 1);
+}
+
+}  // namespace
+
 void ole_date::append_text(std::string& out, bool with_fraction, bool zero_date) const {
-  auto append_date = [&] {
-    ole_append_padded(out, src.wYear, 4);
-    out.push_back('-');
-    ole_append_padded(out, src.wMonth, 2);
-    out.push_back('-');
-    ole_append_padded(out, src.wDay, 2);
+  // Built in a local buffer and appended once: dates are printed for every
+  // date cell of every row.
+  char buf[96];
+  char* p = buf;
+  auto put_date = [&] {
+    p = put_padded(p, src.wYear, 4);
+    *p++ = '-';
+    p = put_padded(p, src.wMonth, 2);
+    *p++ = '-';
+    p = put_padded(p, src.wDay, 2);
   };
-  auto append_time = [&] {
-    ole_append_padded(out, src.wHour, 2);
-    out.push_back(':');
-    ole_append_padded(out, src.wMinute, 2);
-    out.push_back(':');
-    ole_append_padded(out, src.wSecond, 2);
+  auto put_time = [&] {
+    p = put_padded(p, src.wHour, 2);
+    *p++ = ':';
+    p = put_padded(p, src.wMinute, 2);
+    *p++ = ':';
+    p = put_padded(p, src.wSecond, 2);
     if (with_fraction && microseconds != 0) {
-      out.push_back('.');
-      append_signed_padded(out, microseconds, 6);
+      *p++ = '.';
+      p = put_signed_padded(p, microseconds, 6);
     } else if (with_fraction && src.wMilliseconds != 0) {
-      out.push_back('.');
-      ole_append_padded(out, src.wMilliseconds, 3);
+      *p++ = '.';
+      p = put_padded(p, src.wMilliseconds, 3);
     }
   };
   switch (type) {
     case type_date_time:
-      append_date();
+      put_date();
       if (trim_zero_time && time_is_zero()) break;
-      out.push_back(' ');
-      append_time();
+      *p++ = ' ';
+      put_time();
       break;
     case type_date:
-      append_date();
+      put_date();
       break;
     case type_time:
-      if (zero_date) out.append("0000-00-00 ");
-      append_time();
+      if (zero_date) {
+        static constexpr std::string_view zero = "0000-00-00 ";
+        p = std::copy(zero.begin(), zero.end(), p);
+      }
+      put_time();
       break;
     default:
       return;
   }
   if (timezone_switch()) {
+    *p++ = ' ';
     if (timezone >= 0) {
-      out.append(" +");
-      ole_append_padded(out, static_cast<std::uint32_t>(timezone), 2);
+      *p++ = '+';
+      p = put_padded(p, static_cast<std::uint32_t>(timezone), 2);
     } else {
-      out.push_back(' ');
-      append_signed_padded(out, timezone, 3);
+      p = put_signed_padded(p, timezone, 3);
     }
-    out.append(":00");
+    *p++ = ':';
+    *p++ = '0';
+    *p++ = '0';
   }
+  out.append(buf, p);
 }
 
 void ole_date::append_to(std::string& out, bool with_fraction) const { append_text(out, with_fraction, true); }
@@ -480,12 +569,14 @@ std::wstring ole_date::to_wstring(bool with_fraction) const {
   return std::wstring(narrow.begin(), narrow.end());
 }
 
+bool ole_system_time_has_day_number(const ole_systemtime& time) {
+  return time.wYear >= 100 && time.wYear <= 9999 && time.wMonth >= 1 && time.wMonth <= 12 && time.wDay >= 1 &&
+         time.wDay <= ole_days_in_month(time.wYear, time.wMonth) && time.wHour <= 23 && time.wMinute <= 59 &&
+         time.wSecond <= 59;
+}
+
 bool ole_system_time_to_variant_time(const ole_systemtime& time, double& out) {
-  if (time.wYear < 100 || time.wYear > 9999 || time.wMonth < 1 || time.wMonth > 12 || time.wDay < 1 ||
-      time.wDay > ole_days_in_month(time.wYear, time.wMonth) || time.wHour > 23 || time.wMinute > 59 ||
-      time.wSecond > 59) {
-    return false;
-  }
+  if (!ole_system_time_has_day_number(time)) return false;
   const std::int64_t days = days_from_civil(time.wYear, time.wMonth, time.wDay) - epoch_days;
   const double fraction = (time.wHour * 3600.0 + time.wMinute * 60.0 + time.wSecond) / 86400.0;
   out = days < 0 ? static_cast<double>(days) - fraction : static_cast<double>(days) + fraction;

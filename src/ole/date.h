@@ -113,6 +113,8 @@ class ole_date {
 // milliseconds are not carried. False for anything outside that or for an
 // impossible date or time.
 bool ole_system_time_to_variant_time(const ole_systemtime& time, double& out);
+// True when ole_system_time_to_variant_time succeeds for time.
+bool ole_system_time_has_day_number(const ole_systemtime& time);
 // The inverse, rounded to the second; sets wDayOfWeek (0 is Sunday).
 bool ole_variant_time_to_system_time(double value, ole_systemtime& out);
 

@@ -77,7 +77,54 @@ bool ole_decimal::make(ole_u128 mantissa, int scale, bool negative, ole_decimal&
   return true;
 }
 
+namespace {
+
+// The common form "[-]digits[.digits]" of up to 38 significant digits, read
+// without the general parser. False when the text has any other form.
+bool from_plain_text(std::string_view text, ole_decimal& out) {
+  std::size_t i = 0;
+  const bool negative = !text.empty() && text[0] == '-';
+  if (negative) ++i;
+  const std::size_t int_start = i;
+  while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
+  const std::size_t int_end = i;
+  std::size_t frac_start = i;
+  std::size_t frac_end = i;
+  if (i < text.size() && text[i] == '.') {
+    frac_start = ++i;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
+    frac_end = i;
+    if (frac_end == frac_start) return false;
+  }
+  if (i != text.size() || int_end == int_start) return false;
+  std::size_t first = int_start;
+  while (first < int_end && text[first] == '0') ++first;
+  while (frac_end > frac_start && text[frac_end - 1] == '0') --frac_end;
+  const std::size_t int_digits = int_end - first;
+  const std::size_t frac_digits = frac_end - frac_start;
+  if (int_digits + frac_digits > 38) return false;
+  // Up to 19 digits fit 64 bits; longer mantissas take a second word.
+  ole_u128 mantissa = 0;
+  std::uint64_t chunk = 0;
+  int chunk_digits = 0;
+  auto take = [&](char c) {
+    chunk = chunk * 10 + static_cast<std::uint64_t>(c - '0');
+    if (++chunk_digits == 19) {
+      mantissa = mantissa * ole_pow10_u128(19) + chunk;
+      chunk = 0;
+      chunk_digits = 0;
+    }
+  };
+  for (std::size_t k = first; k < int_end; ++k) take(text[k]);
+  for (std::size_t k = frac_start; k < frac_end; ++k) take(text[k]);
+  mantissa = mantissa * ole_pow10_u128(chunk_digits) + chunk;
+  return ole_decimal::make(mantissa, static_cast<int>(frac_digits), negative, out);
+}
+
+}  // namespace
+
 ole_hresult ole_decimal::from_string(std::string_view text, ole_decimal& out) {
+  if (from_plain_text(text, out)) return ole_s_ok;
   out = ole_decimal{};
   ole_number n;
   const ole_hresult hr = ole_parse_number(text, n);
@@ -180,9 +227,18 @@ float ole_decimal::to_float() const { return static_cast<float>(to_double()); }
 
 ole_decimal ole_decimal::normalized() const {
   ole_decimal d = *this;
-  while (d.scale_ > 0 && d.mantissa_ % 10 == 0) {
+  while (d.scale_ > 0 && d.mantissa_ > std::numeric_limits<std::uint64_t>::max() && d.mantissa_ % 10 == 0) {
     d.mantissa_ /= 10;
     --d.scale_;
+  }
+  // The common case in 64 bits, without the 128-bit division routine.
+  if (d.mantissa_ <= std::numeric_limits<std::uint64_t>::max()) {
+    auto m = static_cast<std::uint64_t>(d.mantissa_);
+    while (d.scale_ > 0 && m % 10 == 0) {
+      m /= 10;
+      --d.scale_;
+    }
+    d.mantissa_ = m;
   }
   return d;
 }
@@ -193,23 +249,30 @@ void ole_decimal::append_to(std::string& out) const {
     return;
   }
   const ole_decimal d = normalized();
-  if (d.negative_) out.push_back('-');
-  std::string digits;
-  ole_append_u128(digits, d.mantissa_);
-  const auto scale = static_cast<std::size_t>(d.scale_);
-  if (scale == 0) {
-    out.append(digits);
-    return;
+  // The digits from the right, then the point and leading zeros as needed.
+  char buf[96];
+  char* const end = buf + sizeof buf;
+  char* p = end;
+  ole_u128 m = d.mantissa_;
+  int written = 0;
+  while (m > std::numeric_limits<std::uint64_t>::max()) {
+    auto piece = static_cast<std::uint64_t>(m % ole_pow10_u128(19));
+    m /= ole_pow10_u128(19);
+    for (int k = 0; k < 19; ++k, ++written) {
+      if (written == d.scale_ && written > 0) *--p = '.';
+      *--p = static_cast<char>('0' + piece % 10);
+      piece /= 10;
+    }
   }
-  if (digits.size() <= scale) {
-    out.append("0.");
-    out.append(scale - digits.size(), '0');
-    out.append(digits);
-    return;
+  auto rest = static_cast<std::uint64_t>(m);
+  while (rest != 0 || written <= d.scale_) {
+    if (written == d.scale_ && written > 0) *--p = '.';
+    *--p = static_cast<char>('0' + rest % 10);
+    rest /= 10;
+    ++written;
   }
-  out.append(digits, 0, digits.size() - scale);
-  out.push_back('.');
-  out.append(digits, digits.size() - scale, scale);
+  if (d.negative_) *--p = '-';
+  out.append(p, end);
 }
 
 std::string ole_decimal::to_string() const {

@@ -30,17 +30,23 @@ sign_and_digits read_integer(std::string_view text) {
     r.negative = text[i] == '-';
     ++i;
   }
-  constexpr std::uint64_t limit = std::numeric_limits<std::uint64_t>::max();
+  // Eighteen digits cannot overflow; only longer numbers are checked.
+  const std::size_t unchecked = i + 18;
+  for (; i < text.size() && i < unchecked && is_digit(text[i]); ++i) {
+    r.any_digit = true;
+    r.magnitude = r.magnitude * 10 + static_cast<std::uint64_t>(text[i] - '0');
+  }
   for (; i < text.size() && is_digit(text[i]); ++i) {
     r.any_digit = true;
-    const auto d = static_cast<std::uint64_t>(text[i] - '0');
     if (r.overflow) continue;
-    if (r.magnitude > (limit - d) / 10) {
+    std::uint64_t next = 0;
+    if (__builtin_mul_overflow(r.magnitude, std::uint64_t{10}, &next) ||
+        __builtin_add_overflow(next, static_cast<std::uint64_t>(text[i] - '0'), &next)) {
       r.overflow = true;
-      r.magnitude = limit;
+      r.magnitude = std::numeric_limits<std::uint64_t>::max();
       continue;
     }
-    r.magnitude = r.magnitude * 10 + d;
+    r.magnitude = next;
   }
   return r;
 }

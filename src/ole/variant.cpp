@@ -173,8 +173,9 @@ ole_variant::ole_variant(const ole_systemtime& value) : ole_variant(ole_date(val
 
 ole_variant::ole_variant(const ole_date& value) {
   set_date(value);
-  double day_number = 0.0;
-  if (!ole_system_time_to_variant_time(value.src, day_number)) LOG(2, "Failed to convert SYSTEMTIME->VARIANT");
+  // The day number is computed when it is read (get_date_double); here only
+  // its failure is logged.
+  if (!ole_system_time_has_day_number(value.src)) LOG(2, "Failed to convert SYSTEMTIME->VARIANT");
 }
 
 ole_variant::ole_variant(std::span<const std::uint8_t> bytes) { attach_binary(bytes); }

@@ -153,6 +153,35 @@ TEST(OleDecimal, PrecisionThirtyEightRoundTripsAtEveryScale) {
   }
 }
 
+// Plain text and text in another form (spaces, a sign behind) are read alike.
+TEST(OleDecimal, PlainAndGeneralFormsAgree) {
+  std::mt19937_64 rng(5);
+  for (int i = 0; i < 20000; ++i) {
+    std::string text = (rng() & 1) != 0 ? "-" : "";
+    const int n = 1 + static_cast<int>(rng() % 38);
+    const int point = static_cast<int>(rng() % static_cast<unsigned>(n + 1));
+    for (int k = 0; k < n; ++k) {
+      if (k == point && k > 0) text.push_back('.');
+      text.push_back(static_cast<char>('0' + rng() % 10));
+    }
+    ole_decimal plain;
+    ole_decimal general;
+    ASSERT_EQ(ole_decimal::from_string(text, plain), ole_s_ok) << text;
+    ASSERT_EQ(ole_decimal::from_string(" " + text + " ", general), ole_s_ok) << text;
+    ASSERT_EQ(plain, general) << text;
+    ASSERT_EQ(plain.scale(), general.scale()) << text;
+    ASSERT_EQ(plain.to_string(), general.to_string()) << text;
+  }
+  EXPECT_EQ(dec("00012.3400").to_string(), "12.34");
+  EXPECT_EQ(dec("-.5").to_string(), "-0.5");
+  EXPECT_EQ(dec("1.").to_string(), "1");
+  EXPECT_EQ(dec("+5").to_string(), "5");
+  ole_decimal d;
+  EXPECT_EQ(ole_decimal::from_string("-", d), ole_e_type_mismatch);
+  EXPECT_EQ(ole_decimal::from_string("1.-", d), ole_s_ok);  // a trailing sign
+  EXPECT_EQ(d.to_string(), "-1");
+}
+
 TEST(OleCurrency, PrintsUpToFourFractionDigits) {
   EXPECT_EQ(ole_currency{123456789}.to_string(), "12345.6789");
   EXPECT_EQ(ole_currency{15000}.to_string(), "1.5");
