@@ -33,8 +33,9 @@ int find_or_minus_one(std::wstring_view text, std::wstring_view what) {
 ole_guid_extractor::ole_guid_extractor(std::wstring_view text) { check(text); }
 
 ole_guid_extractor::ole_guid_extractor(std::string_view text) {
-  // Long texts are refused before any conversion.
-  if (text.size() >= 91) {
+  // A text of 364 bytes has at least 91 characters in any code page: refused
+  // before any conversion.
+  if (text.size() >= 91 * 4) {
     LOG(1, "Text is too long for GUID(1)");
     return;
   }

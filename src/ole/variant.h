@@ -235,9 +235,28 @@ class ole_variant {
   static ole_variant from_wstring(std::wstring&& text, std::uint16_t vt);
 
   // --- Conversion in place -----------------------------------------------------------
-  // Converts the value to tag vt. An empty value and a value of tag vt stay as
-  // they are; so do some pairs that the program never converted (text to an
-  // integer tag). Refusals throw ole_cast_exception.
+  // Converts the value to tag vt; refusals throw ole_cast_exception and leave
+  // the value as it was. The rules, first match wins:
+  //  - 8209 <-> 65 or 9: only the tag changes. Same tag, an empty value, or
+  //    bytes to bytes: nothing happens.
+  //  - Text to BOOL by keyword only ("yes"/"t"/"true", "no"/"f"/"false").
+  //  - I8/UI8 to 2..23 by their bits (I8 to CY multiplies by 1000, and UI8 to
+  //    DECIMAL gives 0: both long-standing and kept); anything else refused.
+  //  - A date only becomes text (its wide form, a pure time without the zero
+  //    date); text becomes a date only when it parses.
+  //  - To I8/UI8 from 2..23 only (a currency gives a tenth of its integer
+  //    part, rounded by the next digit: kept as it always was).
+  //  - To I4, UI4, I2, UI2: reals are rounded half away from zero and cut to
+  //    the width, decimals convert with range checks; any other source is
+  //    left as it is (text stays text). To I1: decimals only.
+  //  - Bytes become text (system code page, up to the first zero byte) and
+  //    nothing else; any other value becomes bytes as it lies in memory
+  //    (a decimal only when it fits the 16-byte automation layout).
+  //  - Everything else by the automation layer's conversion table: numbers
+  //    and text in US-English form, integers rounded half to even with range
+  //    checks, reals to text with 7 (float) or 15 (double) significant
+  //    digits, a boolean to text as the number it holds ("-1" or "0", the
+  //    automation default without its alphabetic-boolean flag).
   void change_type(std::uint16_t vt);
 
  private:
