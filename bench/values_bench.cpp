@@ -6,13 +6,13 @@
 // to_string, as the MySQL target renders it. The baseline, measured in the
 // same run, only encodes each cell's wide text as UTF-8: the least any
 // conversion must do. The figure to watch is the ratio printed at the end.
-#include <benchmark/benchmark.h>
-
 #include <cstdio>
 #include <map>
 #include <random>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "ole/variant.h"
 #include "tk/format.h"
@@ -37,7 +37,7 @@ std::vector<cell> make_cells(std::uint16_t only = 0) {
   std::vector<cell> cells;
   cells.reserve(cell_count);
   static const char* const words[] = {"alpha", "Bravo Street 12", "charlie@example.com", "Delta", "echo foxtrot",
-                                      "Golf", "hotel-india", "Juliett Kilo Lima", "mike", "November 5th"};
+                                      "Golf",  "hotel-india",     "Juliett Kilo Lima",   "mike",  "November 5th"};
   for (std::size_t i = 0; i < cell_count; ++i) {
     const unsigned kind = static_cast<unsigned>(rng() % 10);
     std::uint16_t vt = 0;
@@ -137,8 +137,8 @@ class ratio_reporter : public benchmark::ConsoleReporter {
     for (const Run& run : reports) {
       if (run.iterations == 0) continue;
       // CPU time: the machine is shared, and waiting is not work.
-      const double ns = run.cpu_accumulated_time * 1e9 / static_cast<double>(run.iterations) /
-                        static_cast<double>(cell_count);
+      const double ns =
+          run.cpu_accumulated_time * 1e9 / static_cast<double>(run.iterations) / static_cast<double>(cell_count);
       ns_per_cell_[run.benchmark_name()] = ns;
       std::printf("  %-36s %8.1f ns/cell (CPU)\n", run.benchmark_name().c_str(), ns);
     }

@@ -134,8 +134,8 @@ ole_hresult ole_decimal::from_string(std::string_view text, ole_decimal& out) {
 
 ole_decimal ole_decimal::from_i64(std::int64_t value) {
   const bool negative = value < 0;
-  const std::uint64_t magnitude = negative ? std::uint64_t{0} - static_cast<std::uint64_t>(value)
-                                           : static_cast<std::uint64_t>(value);
+  const std::uint64_t magnitude =
+      negative ? std::uint64_t{0} - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
   return {magnitude, 0, negative};
 }
 
@@ -149,8 +149,8 @@ ole_hresult ole_decimal::from_float(float value, ole_decimal& out) {
 
 ole_decimal ole_decimal::from_currency(std::int64_t count) {
   const bool negative = count < 0;
-  const std::uint64_t magnitude = negative ? std::uint64_t{0} - static_cast<std::uint64_t>(count)
-                                           : static_cast<std::uint64_t>(count);
+  const std::uint64_t magnitude =
+      negative ? std::uint64_t{0} - static_cast<std::uint64_t>(count) : static_cast<std::uint64_t>(count);
   return {magnitude, 4, negative};
 }
 

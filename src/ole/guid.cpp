@@ -52,8 +52,9 @@ void ole_guid_extractor::check(std::wstring_view text) {
   // Trim first without copying: most texts are far too short and are refused
   // at once.
   const auto first = text.find_first_not_of(L' ');
-  const std::wstring_view trimmed =
-      first == std::wstring_view::npos ? std::wstring_view{} : text.substr(first, text.find_last_not_of(L' ') - first + 1);
+  const std::wstring_view trimmed = first == std::wstring_view::npos
+                                        ? std::wstring_view{}
+                                        : text.substr(first, text.find_last_not_of(L' ') - first + 1);
   const std::size_t len = trimmed.size();
   if (len < 36) {
     LOG(1, "Text is too short for GUID");

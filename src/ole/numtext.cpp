@@ -1,13 +1,13 @@
 #include "ole/numtext.h"
 
-#include <locale.h>
-#include <stdlib.h>
-
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <system_error>
+
+#include <locale.h>
+#include <stdlib.h>
 
 namespace qb {
 namespace {

@@ -150,7 +150,9 @@ bool ole_variant::is_numeric_type(std::uint16_t vt) {
 ole_variant::ole_variant() noexcept = default;
 
 ole_variant::ole_variant(bool value) { set_bool(value); }
-ole_variant::ole_variant(char value) { set_integer_bits(vt_i1, static_cast<std::uint64_t>(static_cast<signed char>(value))); }
+ole_variant::ole_variant(char value) {
+  set_integer_bits(vt_i1, static_cast<std::uint64_t>(static_cast<signed char>(value)));
+}
 ole_variant::ole_variant(signed char value) { set_integer_bits(vt_i1, static_cast<std::uint64_t>(value)); }
 ole_variant::ole_variant(unsigned char value) { set_integer_bits(vt_ui1, value); }
 ole_variant::ole_variant(short value) { set_integer_bits(vt_i2, static_cast<std::uint64_t>(value)); }
@@ -166,7 +168,9 @@ ole_variant::ole_variant(double value) { set_r8(value); }
 ole_variant::ole_variant(std::string_view utf8) { attach_string(utf8); }
 ole_variant::ole_variant(std::wstring_view text) { set_text(text); }
 ole_variant::ole_variant(std::wstring&& text) { set_text(std::move(text)); }
-ole_variant::ole_variant(const wchar_t* text) { set_text(text != nullptr ? std::wstring_view(text) : std::wstring_view{}); }
+ole_variant::ole_variant(const wchar_t* text) {
+  set_text(text != nullptr ? std::wstring_view(text) : std::wstring_view{});
+}
 ole_variant::ole_variant(ole_currency value) { set_currency(value); }
 ole_variant::ole_variant(const ole_decimal& value) { set_decimal(value); }
 ole_variant::ole_variant(const ole_systemtime& value) : ole_variant(ole_date(value)) {}
@@ -438,8 +442,8 @@ void ole_variant::attach_binary(std::span<const std::uint8_t> bytes) {
 void ole_variant::allocate_safe_array(std::size_t size) {
   if ((vt_ == vt_bytes || vt_ == vt_blob) && rep_ == rep::bytes) {
     std::vector<std::uint8_t>& bytes = u_.bytes;
-    if (bytes.empty()) misuse(__LINE__);       // upper bound below the lower bound
-    if (bytes.size() - 1 == size) return;      // the old off-by-one: left one longer
+    if (bytes.empty()) misuse(__LINE__);   // upper bound below the lower bound
+    if (bytes.size() - 1 == size) return;  // the old off-by-one: left one longer
     bytes.resize(size);
     return;
   }
@@ -508,6 +512,10 @@ void ole_variant::append_string(std::string& out) const {
       u_.cy.append_to(out);
       return;
     case vt_bstr: {
+      if (out.empty()) {  // the usual case: no temporary
+        if (!narrow_ansi(up_to_nul(u_.text), out)) out.clear();
+        return;
+      }
       std::string narrow;
       if (narrow_ansi(up_to_nul(u_.text), narrow)) out.append(narrow);
       return;
@@ -844,7 +852,9 @@ double ole_variant::get_date_double() const {
   return day_number;
 }
 
-std::wstring_view ole_variant::text_view() const { return rep_ == rep::text ? std::wstring_view(u_.text) : std::wstring_view{}; }
+std::wstring_view ole_variant::text_view() const {
+  return rep_ == rep::text ? std::wstring_view(u_.text) : std::wstring_view{};
+}
 
 std::span<const std::uint8_t> ole_variant::bytes_view() const {
   return rep_ == rep::bytes ? std::span<const std::uint8_t>(u_.bytes) : std::span<const std::uint8_t>{};

@@ -105,16 +105,15 @@ class ole_variant {
   explicit ole_variant(std::wstring&& text);
   // Wide text up to its first NUL (a null pointer gives an empty text).
   explicit ole_variant(const wchar_t* text);
-  explicit ole_variant(ole_currency value);         // 6
-  explicit ole_variant(const ole_decimal& value);   // 14
+  explicit ole_variant(ole_currency value);        // 6
+  explicit ole_variant(const ole_decimal& value);  // 14
   // 7; logs "Failed to convert SYSTEMTIME->VARIANT" (level 2) when the value
   // has no day number (a pure time, a year below 100).
   explicit ole_variant(const ole_systemtime& value);
   explicit ole_variant(const ole_date& value);
   // Bytes (attach_binary); an empty vector gives an empty value.
   explicit ole_variant(std::span<const std::uint8_t> bytes);
-  explicit ole_variant(const std::vector<std::uint8_t>& bytes)
-      : ole_variant(std::span<const std::uint8_t>(bytes)) {}
+  explicit ole_variant(const std::vector<std::uint8_t>& bytes) : ole_variant(std::span<const std::uint8_t>(bytes)) {}
   // size bytes from data; size 0 gives an empty value, a null data pointer
   // with a size above 0 is an internal error.
   ole_variant(std::size_t size, const std::uint8_t* data);

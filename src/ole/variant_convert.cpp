@@ -503,7 +503,8 @@ void ole_variant::change_to_64(std::uint16_t to) {
       if (!fits) {
         LOG(2, "VarI8FromR8 failed: %08X", ole_e_overflow);
       } else {
-        bits = unsigned_target ? static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(static_cast<std::int64_t>(v));
+        bits =
+            unsigned_target ? static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(static_cast<std::int64_t>(v));
       }
       break;
     }
@@ -637,7 +638,8 @@ void ole_variant::change_type(std::uint16_t to) {
     std::size_t length = 0;
     while (length < count && bytes[length] != 0) ++length;
     std::wstring text;
-    if (length > 0 && !tk_ansi_to_unicode(std::string_view(reinterpret_cast<const char*>(bytes.data()), length), text)) {
+    if (length > 0 &&
+        !tk_ansi_to_unicode(std::string_view(reinterpret_cast<const char*>(bytes.data()), length), text)) {
       text.clear();
     }
     set_text(std::move(text));

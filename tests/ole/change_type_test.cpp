@@ -1,20 +1,21 @@
 // change_type for every pair of tags: each source value below is converted
 // to every target tag, and the outcome is compared with the expected one.
-#include <gtest/gtest.h>
-
 #include <functional>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "ole/variant.h"
+
 #include "support/temp_dir.h"
 
 namespace qb {
 namespace {
 
 // The targets, in the order of the expectation rows.
-const std::vector<std::uint16_t> targets = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 14, 16, 17,
-                                            18, 19, 20, 21, 22, 23, 30, 31, 65, 70, 8209};
+const std::vector<std::uint16_t> targets = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 14,
+                                            16, 17, 18, 19, 20, 21, 22, 23, 30, 31, 65, 70, 8209};
 
 // "tag:text" of a value; VT_INT, which prints nothing, is shown by its text
 // after a conversion to text.

@@ -1,14 +1,15 @@
 #include "ole/date.h"
 
-#include <gtest/gtest.h>
-
 #include <random>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "ole/variant.h"
-#include "support/temp_dir.h"
 #include "tk/exception.h"
 #include "tk/format.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -336,7 +337,8 @@ TEST(OleDate, RoundTripsEveryYearWithMicroseconds) {
     const int minute = static_cast<int>(rng() % 60);
     const int second = static_cast<int>(rng() % 60);
     const int micro = 1 + static_cast<int>(rng() % 999999);
-    const std::string text = tk_format("%04d-%02d-%02d %02d:%02d:%02d.%06d", year, month, day, hour, minute, second, micro);
+    const std::string text =
+        tk_format("%04d-%02d-%02d %02d:%02d:%02d.%06d", year, month, day, hour, minute, second, micro);
     const ole_date d(std::string_view{text});
     ASSERT_TRUE(d.is_valid()) << text;
     ASSERT_EQ(d.to_string(true), text);
@@ -373,9 +375,14 @@ TEST(OleDate, DayNumbersOfThePlatform) {
   EXPECT_FALSE(ole_variant_time_to_system_time(-657435.0, st));
   std::mt19937 rng(100);
   for (int i = 0; i < 20000; ++i) {
-    const ole_systemtime in{static_cast<std::uint16_t>(100 + rng() % 9900), static_cast<std::uint16_t>(1 + rng() % 12),
-                            0, static_cast<std::uint16_t>(1 + rng() % 28), static_cast<std::uint16_t>(rng() % 24),
-                            static_cast<std::uint16_t>(rng() % 60), static_cast<std::uint16_t>(rng() % 60), 0};
+    const ole_systemtime in{static_cast<std::uint16_t>(100 + rng() % 9900),
+                            static_cast<std::uint16_t>(1 + rng() % 12),
+                            0,
+                            static_cast<std::uint16_t>(1 + rng() % 28),
+                            static_cast<std::uint16_t>(rng() % 24),
+                            static_cast<std::uint16_t>(rng() % 60),
+                            static_cast<std::uint16_t>(rng() % 60),
+                            0};
     ASSERT_TRUE(ole_system_time_to_variant_time(in, t));
     ASSERT_TRUE(ole_variant_time_to_system_time(t, st));
     st.wDayOfWeek = 0;

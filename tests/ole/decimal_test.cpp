@@ -1,11 +1,11 @@
 #include "ole/decimal.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 #include <random>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "ole/currency.h"
 
@@ -35,12 +35,9 @@ TEST(OleDecimal, PrintsWithoutTrailingZerosAsTheAutomationLayerDoes) {
 TEST(OleDecimal, HoldsThirtyEightDigits) {
   const char* max = "99999999999999999999999999999999999999";
   EXPECT_EQ(dec(max).to_string(), max);
-  EXPECT_EQ(dec("-0.99999999999999999999999999999999999999").to_string(),
-            "-0.99999999999999999999999999999999999999");
-  EXPECT_EQ(dec("0.00000000000000000000000000000000000001").to_string(),
-            "0.00000000000000000000000000000000000001");
-  EXPECT_EQ(dec("1234567890123456789.0123456789012345678").to_string(),
-            "1234567890123456789.0123456789012345678");
+  EXPECT_EQ(dec("-0.99999999999999999999999999999999999999").to_string(), "-0.99999999999999999999999999999999999999");
+  EXPECT_EQ(dec("0.00000000000000000000000000000000000001").to_string(), "0.00000000000000000000000000000000000001");
+  EXPECT_EQ(dec("1234567890123456789.0123456789012345678").to_string(), "1234567890123456789.0123456789012345678");
 }
 
 TEST(OleDecimal, RefusesMoreThanThirtyEightDigits) {

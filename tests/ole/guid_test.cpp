@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "support/temp_dir.h"
 #include "tk/exception.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {

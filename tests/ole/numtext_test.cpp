@@ -1,14 +1,14 @@
 #include "ole/numtext.h"
 
-#include <gtest/gtest.h>
-#include <locale.h>
-
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 #include <random>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <locale.h>
 
 namespace qb {
 namespace {

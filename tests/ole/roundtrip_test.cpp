@@ -1,11 +1,11 @@
 // Random values of every numeric tag survive their own text: to_wstring,
 // then from_wstring in the same tag, gives the same value back.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
 #include <random>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "ole/variant.h"
 #include "tk/format.h"
@@ -142,9 +142,9 @@ TEST_F(OleVariantRoundTrip, DatesFromYearOneToNineThousandNineHundredNinetyNine)
     const int year = 1 + static_cast<int>(rng() % 9999);
     const int month = 1 + static_cast<int>(rng() % 12);
     const int day = 1 + static_cast<int>(rng() % static_cast<unsigned>(ole_days_in_month(year, month)));
-    const std::string text =
-        tk_format("%d-%02d-%02d %02d:%02d:%02d.%07d", year, month, day, static_cast<int>(rng() % 24),
-                  static_cast<int>(rng() % 60), static_cast<int>(rng() % 60), 10 * (1 + static_cast<int>(rng() % 999999)));
+    const std::string text = tk_format("%d-%02d-%02d %02d:%02d:%02d.%07d", year, month, day,
+                                       static_cast<int>(rng() % 24), static_cast<int>(rng() % 60),
+                                       static_cast<int>(rng() % 60), 10 * (1 + static_cast<int>(rng() % 999999)));
     const ole_variant v = ole_variant::from_string(text, ole_variant::vt_date);
     ASSERT_EQ(v.get_type(), ole_variant::vt_date) << text;
     const ole_variant back = round_trip(v);

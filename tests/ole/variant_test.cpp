@@ -1,14 +1,15 @@
 #include "ole/variant.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
 
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+
 #include "tk/exception.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -100,8 +101,8 @@ TEST(OleVariant, UnsignedByteReadsZeroAsSixtyFourBits) {
 
 TEST(OleVariant, TextToIntegerIsLeftAsItIs) {
   test::log_capture log;
-  for (std::uint16_t vt : {ole_variant::vt_i4, ole_variant::vt_i2, ole_variant::vt_ui2, ole_variant::vt_ui4,
-                           ole_variant::vt_i1}) {
+  for (std::uint16_t vt :
+       {ole_variant::vt_i4, ole_variant::vt_i2, ole_variant::vt_ui2, ole_variant::vt_ui4, ole_variant::vt_i1}) {
     ole_variant v(std::wstring_view(L"42"));
     EXPECT_NO_THROW(v.change_type(vt));
     EXPECT_EQ(v.get_type(), ole_variant::vt_bstr);
@@ -324,10 +325,18 @@ TEST(OleVariant, TextOfEveryTag) {
   EXPECT_EQ(ole_variant::make_lpstr("x").to_string(), "");
 }
 
+TEST(OleVariant, AppendStringAddsToWhatIsThere) {
+  std::string out = "x=";
+  ole_variant(std::wstring_view(L"caf\u00e9")).append_string(out);
+  out += ",";
+  ole_variant(7).append_string(out);
+  EXPECT_EQ(out, "x=caf\xc3\xa9,7");
+}
+
 TEST(OleVariant, NumericAndTextTests) {
   for (int vt = 0; vt < 100; ++vt) {
-    const bool numeric = vt == 2 || vt == 3 || vt == 4 || vt == 5 || vt == 6 || vt == 11 || vt == 14 ||
-                         (vt >= 16 && vt <= 23);
+    const bool numeric =
+        vt == 2 || vt == 3 || vt == 4 || vt == 5 || vt == 6 || vt == 11 || vt == 14 || (vt >= 16 && vt <= 23);
     EXPECT_EQ(ole_variant::is_numeric_type(static_cast<std::uint16_t>(vt)), numeric) << vt;
     EXPECT_EQ(ole_variant::is_text_or_date_type(static_cast<std::uint16_t>(vt)), vt == 7 || vt == 8) << vt;
   }
@@ -504,9 +513,8 @@ TEST(OleVariant, DefaultPathConvertsTextOrRefusesTheTag) {
   EXPECT_EQ(u.to_string(), "2");
   EXPECT_THROW(ole_variant::from_string("4294967296", ole_variant::vt_uint), ole_type_exception);
   EXPECT_THROW(ole_variant::from_string("x", ole_variant::vt_int), ole_type_exception);
-  for (std::uint16_t vt : {std::uint16_t{1}, std::uint16_t{9}, std::uint16_t{10}, std::uint16_t{13},
-                           std::uint16_t{30}, std::uint16_t{31}, std::uint16_t{64}, std::uint16_t{70},
-                           std::uint16_t{8210}}) {
+  for (std::uint16_t vt : {std::uint16_t{1}, std::uint16_t{9}, std::uint16_t{10}, std::uint16_t{13}, std::uint16_t{30},
+                           std::uint16_t{31}, std::uint16_t{64}, std::uint16_t{70}, std::uint16_t{8210}}) {
     EXPECT_THROW(ole_variant::from_string("5", vt), ole_type_exception) << vt;
   }
   EXPECT_EQ(ole_variant::from_string("text", ole_variant::vt_empty).get_type(), ole_variant::vt_empty);
