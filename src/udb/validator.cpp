@@ -85,6 +85,10 @@ void udb_validator::add_restricted_names(const std::vector<std::wstring>& names)
   restricted_.insert(restricted_.end(), names.begin(), names.end());
 }
 
+void udb_validator::add_restricted_names(std::span<const std::wstring_view> names) {
+  for (const std::wstring_view name : names) restricted_.emplace_back(name);
+}
+
 void udb_validator::add_mapped_pair(const std::wstring& old_name, const std::wstring& new_name) {
   LOG(1, "udb_validator::add_mapped_pair(%s,%s)", old_name, new_name);
   ref_map_.insert(old_name, new_name);

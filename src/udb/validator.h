@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -62,6 +63,7 @@ class udb_validator {
   void add_illegal_chars(std::wstring_view chars) { illegal_chars_.append(chars); }
   // The restricted names, appended in the order given.
   void add_restricted_names(const std::vector<std::wstring>& names);
+  void add_restricted_names(std::span<const std::wstring_view> names);
 
  private:
   std::uint32_t max_len_ = 0;

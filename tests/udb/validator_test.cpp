@@ -176,5 +176,19 @@ TEST(UdbValidator, MappedPairIsRememberedAndLogged) {
   EXPECT_TRUE(log.has_line("udb_validator::add_mapped_pair(a b,a_b)"));
 }
 
+constexpr std::wstring_view k_keywords[] = {L"select", L"from"};
+
+class keyword_rules : public udb_validator {
+ public:
+  keyword_rules() : udb_validator(64) { add_restricted_names(k_keywords); }
+};
+
+TEST(UdbValidator, RestrictedWordsFromAStaticList) {
+  const keyword_rules v;
+  EXPECT_FALSE(v.is_acceptable(L"FROM"));
+  EXPECT_TRUE(v.is_acceptable(L"fromage"));
+  EXPECT_EQ(v.restricted().size(), 2U);
+}
+
 }  // namespace
 }  // namespace qb
