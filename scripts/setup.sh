@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libicu-dev
   libmariadb-dev libmariadb-dev-compat mariadb-server mariadb-client
   unixodbc unixodbc-dev odbcinst tdsodbc freetds-bin
-  python3 procps
+  python3 procps locales
 )
 
 missing=()

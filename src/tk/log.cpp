@@ -11,17 +11,34 @@
 #include "tk/utf.h"
 
 namespace qb {
+namespace {
+
+// The running program's own file name with the extension ".log". Built
+// without logging and without throwing: the logger is already registered as
+// the singleton while its members are initialised.
+std::string default_log_path() noexcept {
+  char buf[4096];
+  const ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
+  std::string path = n > 0 ? std::string(buf, static_cast<std::size_t>(n)) : std::string("Quillbridge");
+  const std::size_t slash = path.rfind('/');
+  const std::size_t dot = path.rfind('.');
+  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) path.resize(dot);
+  return path + ".log";
+}
+
+}  // namespace
 
 tk_logger::tk_logger(const std::string& path, bool enabled, int level, bool timestamp)
-    : path_(path.empty() ? tk_get_module_path() + ".log" : path),
-      level_(level),
-      enabled_(enabled),
-      timestamp_(timestamp) {
+    : path_(path.empty() ? default_log_path() : path), level_(level), enabled_(enabled), timestamp_(timestamp) {
   if (enabled) {
+    std::lock_guard lock(mutex_);
     truncate_file();
     created_.store(true);
   }
 }
+
+tk_logger::tk_logger(const char* path, bool enabled, int level, bool timestamp)
+    : tk_logger(std::string(path != nullptr ? path : ""), enabled, level, timestamp) {}
 
 tk_logger::~tk_logger() {
   std::lock_guard lock(mutex_);
@@ -34,7 +51,6 @@ void tk_logger::close_fd() {
 }
 
 void tk_logger::truncate_file() {
-  std::lock_guard lock(mutex_);
   close_fd();
   const int fd = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd >= 0) ::close(fd);
@@ -54,9 +70,12 @@ std::string tk_logger::path() const {
 
 bool tk_logger::accepts(int level) {
   if (!enabled_.load(std::memory_order_relaxed)) return false;
-  if (!created_.load(std::memory_order_relaxed)) {
-    truncate_file();
-    created_.store(true);
+  if (!created_.load(std::memory_order_acquire)) {
+    std::lock_guard lock(mutex_);
+    if (!created_.load(std::memory_order_relaxed)) {
+      truncate_file();
+      created_.store(true, std::memory_order_release);
+    }
   }
   return level >= level_.load(std::memory_order_relaxed);
 }

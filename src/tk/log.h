@@ -26,15 +26,19 @@ namespace qb {
 
 class tk_logger : public tk_singleton<tk_logger> {
  public:
-  // An empty path means the running program's own file name with ".log".
-  // When enabled, the file is created or emptied at once.
+  // An empty or null path means the running program's own file name with the
+  // extension ".log". When enabled, the file is created or emptied at once and
+  // counts as created; otherwise that happens before the first line written
+  // after logging was switched on.
   tk_logger(const std::string& path, bool enabled, int level, bool timestamp);
+  tk_logger(const char* path, bool enabled, int level, bool timestamp);
   ~tk_logger();
   tk_logger(const tk_logger&) = delete;
   tk_logger& operator=(const tk_logger&) = delete;
 
-  // Points the logger at another file (appended to, not emptied). A null
-  // path is an internal error (source "tk_log", line 82).
+  // Points the logger at another file. The created flag is kept, so a file
+  // named after the start is appended to, not emptied. A null path is an
+  // internal error (source "tk_log", line 82).
   void set_path(const char* path);
   void set_enabled(bool enabled) { enabled_.store(enabled); }
   void set_level(int level) { level_.store(level); }
@@ -43,6 +47,8 @@ class tk_logger : public tk_singleton<tk_logger> {
   [[nodiscard]] std::string path() const;
   [[nodiscard]] int level() const { return level_.load(); }
   [[nodiscard]] bool enabled() const { return enabled_.load(); }
+  // True once the file has been emptied in this run.
+  [[nodiscard]] bool created() const { return created_.load(); }
 
   // Steps before a line is formatted: false when nothing is to be written.
   // Empties the file first when logging was switched on after construction.
@@ -55,8 +61,8 @@ class tk_logger : public tk_singleton<tk_logger> {
   static constexpr std::size_t wide_line_limit = 10240;
 
  private:
-  void truncate_file();
-  void close_fd();
+  void truncate_file();  // with mutex_ held
+  void close_fd();       // with mutex_ held
 
   mutable std::mutex mutex_;
   std::string path_;

@@ -9,6 +9,7 @@
 
 #include "tk/exception.h"
 #include "tk/log.h"
+#include "tk/strings.h"
 
 namespace qb {
 namespace {
@@ -47,6 +48,12 @@ std::string tk_get_module_path() {
   const ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
   if (n <= 0) throw tk_mail_assertion("tk_file", 30);
   return std::string(buf, static_cast<std::size_t>(n));
+}
+
+std::wstring tk_get_module_wpath() {
+  std::wstring wide;
+  if (!tk_ansi_to_unicode(tk_get_module_path(), wide)) throw tk_mail_assertion("tk_file", 36);
+  return wide;
 }
 
 std::string tk_get_module_dir() {

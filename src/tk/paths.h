@@ -10,6 +10,8 @@ namespace qb {
 // Full path of the running program (from /proc/self/exe); an internal error
 // when it cannot be read.
 std::string tk_get_module_path();
+// The same as wide text, decoded from the system code page.
+std::wstring tk_get_module_wpath();
 // Directory of the running program, with a trailing '/'.
 std::string tk_get_module_dir();
 

@@ -18,7 +18,8 @@ namespace {
 
 struct ansi_codeset {
   std::mutex mutex;
-  std::string name;
+  std::string name;      // the codeset of the locale, or the override
+  std::string override;  // set by tk_override_ansi_codeset
   std::atomic<bool> utf8{true};
 };
 
@@ -27,9 +28,14 @@ bool names_utf8(const std::string& codeset) {
          codeset == "ANSI_X3.4-1968";  // the plain "C" locale: no choice was made
 }
 
+// Called with the mutex held (or before the state is shared).
 void load_codeset(ansi_codeset& s) {
-  const char* cs = nl_langinfo(CODESET);
-  s.name = cs != nullptr ? cs : "";
+  if (!s.override.empty()) {
+    s.name = s.override;
+  } else {
+    const char* cs = nl_langinfo(CODESET);
+    s.name = cs != nullptr ? cs : "";
+  }
   s.utf8 = names_utf8(s.name);
 }
 
@@ -40,16 +46,20 @@ ansi_codeset& codeset_state() {
   return state;
 }
 
-// Converts with iconv, replacing what the target cannot hold by '?'.
-bool iconv_convert(const char* to, const char* from, const char* in, std::size_t in_len,
-                   std::size_t unit, std::string& out) {
+// Converts with iconv. What the target cannot hold, and what the source does
+// not encode, becomes the replacement (the target's default character), and
+// the conversion goes on: as with the platform converters, no failure is
+// reported for it. Returns 0, or the error number when the conversion could
+// not be set up or failed for another reason.
+int iconv_convert(const char* to, const char* from, const char* in, std::size_t in_len, std::size_t in_unit,
+                  std::string_view replacement, std::string& out) {
   iconv_t cd = iconv_open(to, from);
-  if (cd == reinterpret_cast<iconv_t>(-1)) return false;
+  if (cd == reinterpret_cast<iconv_t>(-1)) return errno != 0 ? errno : EINVAL;
   out.clear();
   char buf[4096];
   auto* src = const_cast<char*>(in);
   std::size_t left = in_len;
-  bool ok = true;
+  int error = 0;
   while (left > 0) {
     char* dst = buf;
     std::size_t room = sizeof buf;
@@ -58,48 +68,47 @@ bool iconv_convert(const char* to, const char* from, const char* in, std::size_t
     if (r != static_cast<std::size_t>(-1)) continue;
     if (errno == E2BIG) continue;
     if (errno == EILSEQ || errno == EINVAL) {
-      out.push_back('?');
-      const std::size_t skip = left < unit ? left : unit;
+      out.append(replacement);
+      const std::size_t skip = left < in_unit ? left : in_unit;
       src += skip;
       left -= skip;
       continue;
     }
-    ok = false;
+    error = errno;
     break;
   }
   iconv_close(cd);
-  return ok;
+  return error;
 }
 
-bool narrow_to_ansi(std::wstring_view wide, std::string& out) {
+// Wide text to the system code page; 0 or an error number.
+int narrow_to_ansi(std::wstring_view wide, std::string& out) {
   if (tk_ansi_is_utf8()) {
     out.clear();
     tk_utf8_append(out, wide);
-    return true;
+    return 0;
   }
   const std::string codeset = tk_ansi_codeset();
   return iconv_convert(codeset.c_str(), "WCHAR_T", reinterpret_cast<const char*>(wide.data()),
-                       wide.size() * sizeof(wchar_t), sizeof(wchar_t), out);
+                       wide.size() * sizeof(wchar_t), sizeof(wchar_t), "?", out);
 }
 
-bool widen_from_ansi(std::string_view narrow, std::wstring& out) {
+// The system code page to wide text; 0 or an error number.
+int widen_from_ansi(std::string_view narrow, std::wstring& out) {
   out.clear();
   if (tk_ansi_is_utf8()) {
     tk_utf8_decode_append(out, narrow);
-    return true;
+    return 0;
   }
+  static constexpr wchar_t k_question = L'?';
+  const std::string_view replacement(reinterpret_cast<const char*>(&k_question), sizeof k_question);
   std::string raw;
   const std::string codeset = tk_ansi_codeset();
-  if (!iconv_convert("WCHAR_T", codeset.c_str(), narrow.data(), narrow.size(), 1, raw)) return false;
-  // iconv wrote '?' as a single byte on failure; rebuild wide units.
-  std::size_t i = 0;
-  while (i + sizeof(wchar_t) <= raw.size()) {
-    wchar_t c;
-    std::memcpy(&c, raw.data() + i, sizeof c);
-    out.push_back(c);
-    i += sizeof c;
-  }
-  return true;
+  const int error = iconv_convert("WCHAR_T", codeset.c_str(), narrow.data(), narrow.size(), 1, replacement, raw);
+  if (error != 0) return error;
+  out.resize(raw.size() / sizeof(wchar_t));
+  std::memcpy(out.data(), raw.data(), out.size() * sizeof(wchar_t));
+  return 0;
 }
 
 }  // namespace
@@ -107,6 +116,13 @@ bool widen_from_ansi(std::string_view narrow, std::wstring& out) {
 void tk_refresh_ansi_codeset() {
   auto& s = codeset_state();
   std::lock_guard lock(s.mutex);
+  load_codeset(s);
+}
+
+void tk_override_ansi_codeset(const std::string& codeset) {
+  auto& s = codeset_state();
+  std::lock_guard lock(s.mutex);
+  s.override = codeset;
   load_codeset(s);
 }
 
@@ -119,23 +135,35 @@ std::string tk_ansi_codeset() {
 }
 
 bool tk_unicode_to_ansi1(std::wstring_view wide, std::string& out) {
-  if (!narrow_to_ansi(wide, out)) return false;
-  // The caller's buffer holds twice the units; longer text does not fit.
+  if (narrow_to_ansi(wide, out) != 0) return false;
+  // The caller's buffer holds twice the units; longer text does not fit in a
+  // double-byte page. UTF-8 text is never refused for its length.
   return out.size() <= wide.size() * 2 || tk_ansi_is_utf8();
 }
 
+bool tk_unicode_to_ansi2(const wchar_t* wide, std::string& out) {
+  if (wide == nullptr) return false;
+  return tk_unicode_to_ansi1(wide, out);
+}
+
 bool tk_unicode_to_ansi2(std::wstring_view wide, std::string& out) {
-  if (narrow_to_ansi(wide, out)) return true;
+  if (narrow_to_ansi(wide, out) == 0) return true;
   LOG(1, "tk_unicode_to_ansi3 - return false");
   return false;
 }
 
-bool tk_ansi_to_unicode(std::string_view narrow, std::wstring& out) { return widen_from_ansi(narrow, out); }
+bool tk_ansi_to_unicode(std::string_view narrow, std::wstring& out) { return widen_from_ansi(narrow, out) == 0; }
+
+bool tk_ansi_to_unicode(const char* narrow, std::wstring& out) {
+  if (narrow == nullptr) return false;
+  return tk_ansi_to_unicode(std::string_view(narrow), out);
+}
 
 std::string tk_to_ansi(std::wstring_view wide, int code_page) {
   if (code_page == tk_cp_utf8) return tk_to_utf8(wide);
   std::string out;
-  if (!narrow_to_ansi(wide, out)) throw tk_exception_ex("Cannot convert to ANSI string: ");
+  const int error = narrow_to_ansi(wide, out);
+  if (error != 0) throw tk_exception_ex("Cannot convert to ANSI string: ", error, 1);
   return out;
 }
 
@@ -145,7 +173,8 @@ std::wstring tk_utf8_to_wide(std::string_view text) { return tk_utf8_decode(text
 
 std::wstring tk_ansi_to_wide(std::string_view text) {
   std::wstring out;
-  if (!widen_from_ansi(text, out)) throw tk_exception_ex("Cannot convert to UNICODE string: ");
+  const int error = widen_from_ansi(text, out);
+  if (error != 0) throw tk_exception_ex("Cannot convert to UNICODE string: ", error, 1);
   return out;
 }
 

@@ -9,8 +9,9 @@
 //     whose codeset is ASCII) is treated as UTF-8, the Debian norm;
 //   - the thread's code page (page 3): the same as the system code page here;
 //   - UTF-8 (page 65001).
-// A character that the system code page cannot hold becomes '?', with no
-// failure reported, as the platform converters do.
+// A character that the system code page cannot hold becomes '?', the page's
+// default character, with no failure reported, as the platform converters do;
+// so does a byte sequence that the page does not define, on the way in.
 //
 // Thread-safety: all functions are reentrant.
 #pragma once
@@ -35,17 +36,30 @@ bool tk_ansi_is_utf8();
 std::string tk_ansi_codeset();
 // Re-reads the codeset after the process changed its locale.
 void tk_refresh_ansi_codeset();
+// Takes the named iconv codeset as the system code page instead of the
+// locale's, or goes back to the locale's for an empty name. For tests on
+// machines where no locale of that codeset is installed.
+void tk_override_ansi_codeset(const std::string& codeset);
 
 // --- Conversions that report by their result ---------------------------------
-// Wide to the system code page, into a buffer of at most twice the units.
+// Wide to the system code page, into a buffer of at most twice the units:
+// false when the text does not fit (never for a UTF-8 page).
 bool tk_unicode_to_ansi1(std::wstring_view wide, std::string& out);
+// The same for a text that may be null: a null text is false.
+bool tk_unicode_to_ansi2(const wchar_t* wide, std::string& out);
 // Wide to the system code page, exact length. Logs
 // "tk_unicode_to_ansi3 - return false" when it fails.
 bool tk_unicode_to_ansi2(std::wstring_view wide, std::string& out);
-// The system code page to wide.
+// The system code page to wide (precomposed characters).
 bool tk_ansi_to_unicode(std::string_view narrow, std::wstring& out);
+// The same for a text that may be null: a null text is false.
+bool tk_ansi_to_unicode(const char* narrow, std::wstring& out);
 
 // --- Conversions that throw tk_exception_ex ------------------------------------
+// The texts are "Cannot convert to ANSI string: " and "Cannot convert to
+// UNICODE string: " followed by the system's text for the error. The UTF-8
+// codec itself never fails (see tk/utf.h), so tk_to_utf8 and tk_utf8_to_wide
+// do not throw.
 // Wide to the given code page; -1 means the system code page.
 std::string tk_to_ansi(std::wstring_view wide, int code_page = -1);
 std::string tk_to_utf8(std::wstring_view wide);

@@ -1,0 +1,158 @@
+// sql_engine: the one connection to the MySQL server, and what the rest of
+// the program asks about that server.
+//
+// The engine holds the server's version code, the default character set and
+// table engine of new objects, the lists of character sets and engines the
+// wizard offers, the packet limit, and the run-wide switches of the row
+// loader (fast_mode, blob_to_text, binary text). It exists in dump mode too,
+// unconnected, because shared code reads its version (the dump page sets it).
+// It is a singleton: the converter owns the one instance, and the rest of the
+// program reaches it through tk_singleton<sql_engine>::instance(). It will
+// also be the model's udb_engine for the MySQL target (making, opening and
+// deleting databases); db_delete and is_db_exist already keep that
+// interface's names.
+//
+// Text given to the engine is wide and goes to the server as UTF-8. The
+// session speaks utf8mb4 when the server knows it (5.5.3 and later), so a
+// character outside the Basic Multilingual Plane reaches the server intact;
+// older servers get utf8. The session's sql_mode has NO_AUTO_VALUE_ON_ZERO
+// (a 0 in an AUTO_INCREMENT column is stored as 0) and not
+// NO_BACKSLASH_ESCAPES (values are escaped with backslashes); the server's
+// other modes stay. Foreign-key checks are off for the whole connection.
+// Passwords never reach the log.
+//
+// Ownership: the engine owns its connection handle; results and databases
+// made from it must be released before the engine. Thread-safety: one thread
+// at a time (the wizard before a run, the conversion worker during it); no
+// locks.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sql/client.h"
+#include "tk/singleton.h"
+
+namespace qb {
+
+// Version code of a MySQL server: major * 65536 + minor * 256 + patch.
+inline constexpr std::uint32_t sql_version_3_23_2 = 0x031702;   // indexed columns NOT NULL below it
+inline constexpr std::uint32_t sql_version_3_23_35 = 0x031723;  // MyISAM forced below it
+inline constexpr std::uint32_t sql_version_4_0_23 = 0x040017;   // " TYPE=" below it
+inline constexpr std::uint32_t sql_version_4_1_0 = 0x040100;    // old servers below it
+inline constexpr std::uint32_t sql_version_4_1_1 = 0x040101;    // sql_mode NO_AUTO_VALUE_ON_ZERO from it
+inline constexpr std::uint32_t sql_version_5_5_3 = 0x050503;    // utf8mb4 from it
+
+// The version code of a version text such as "10.11.19-MariaDB-0+deb12u1" or
+// "5.7.30-log": the first three numbers separated by dots; whatever follows
+// the third number is ignored. Empty when the text has fewer than three.
+std::optional<std::uint32_t> sql_parse_version(std::string_view text);
+
+// A name between back quotes, cut to its first 63 characters when it is
+// longer than 64. It does not look at the server version and does not double
+// a back quote inside the name.
+std::wstring sql_quote_name(std::wstring_view name);
+
+class sql_engine : public tk_singleton<sql_engine> {
+ public:
+  // Registers the singleton and prepares an unconnected client handle.
+  sql_engine();
+  ~sql_engine();
+
+  // --- The server ---------------------------------------------------------
+  // Connects (closing an earlier connection first) and prepares the session:
+  // character set, wait_timeout, version, foreign-key checks, sql_mode.
+  // Throws sql_exception when the server or the network refuses (a TCP
+  // connection that cannot be made is error 2003, an unknown host 2005);
+  // sql_auth_not_supported_exception for a 4.1.0 server with a password;
+  // tk_mail_assertion when the server's version text has no three numbers.
+  void connect(std::wstring_view host, std::wstring_view user, std::wstring_view password, int port);
+  [[nodiscard]] bool is_connected() const { return connected_; }
+
+  // Selects the database; true when it exists (and it is then the default
+  // database of the session). Logs "n_result=%d".
+  bool is_db_exist(const std::wstring& name);
+  // Drops the database, with foreign-key checks off for the DROP. Throws
+  // sql_exception.
+  void db_delete(const std::wstring& name);
+
+  // Character sets ("utf8mb4 - UTF-8 Unicode") and table engines for the
+  // wizard. Filled once, at the first call that finds the list empty: from
+  // the server when connected, else a fixed list; later calls give the same
+  // list even after a connection is made.
+  const std::vector<std::wstring>& get_charsets();
+  const std::vector<std::wstring>& get_storage_engines();
+
+  // The server's max_allowed_packet in bytes, asked once and kept; 0 while
+  // unknown and not connected. Throws sql_exception when the query fails.
+  std::uint32_t get_max_allowed_packet();
+  // Raises the server's global max_allowed_packet. A refusal (no SUPER
+  // privilege) is logged at level 3 and the old value stays.
+  void set_max_allowed_packet(std::uint32_t bytes);
+
+  // sql_quote_name.
+  [[nodiscard]] std::wstring quote_name(std::wstring_view name) const { return sql_quote_name(name); }
+
+  // Version code of the server (0 before the first connection); the dump
+  // page sets it for a dump file.
+  [[nodiscard]] std::uint32_t version() const { return version_; }
+  void set_version(std::uint32_t code) { version_ = code; }
+  // Below 4.1.0. Logs "is_old_version(%08X)" at each use.
+  [[nodiscard]] bool is_old_version() const;
+
+  // --- Properties of new databases and tables -----------------------------
+  [[nodiscard]] const std::wstring& charset() const { return charset_; }
+  void set_charset(std::wstring charset) { charset_ = std::move(charset); }
+  [[nodiscard]] const std::wstring& storage_engine() const { return storage_engine_; }
+  void set_storage_engine(std::wstring engine) { storage_engine_ = std::move(engine); }
+
+  // --- Switches of a run --------------------------------------------------
+  // A dump file has an open LOCK TABLES.
+  [[nodiscard]] bool lock_active() const { return lock_active_ != 0; }
+  void set_lock_active(bool on) { lock_active_ = on ? 1 : 0; }
+  // Rows go through multi-row INSERT; the first row that is too big clears
+  // it for the rest of the run.
+  [[nodiscard]] bool fast_mode() const { return fast_mode_ != 0; }
+  void set_fast_mode(bool on) { fast_mode_ = on ? 1 : 0; }
+  // Read BLOB columns as text (set around schema reading).
+  [[nodiscard]] bool blob_to_text() const { return blob_to_text_ != 0; }
+  void set_blob_to_text(bool on) { blob_to_text_ = on ? 1 : 0; }
+  // " BINARY" on text columns.
+  [[nodiscard]] bool binary_text() const { return binary_text_ != 0; }
+  void set_binary_text(bool on) { binary_text_ = on ? 1 : 0; }
+
+  // --- For the database objects of this target ----------------------------
+  // The connection handle, owned by the engine; valid until the next
+  // connect() or the engine's end.
+  [[nodiscard]] MYSQL* connection() const { return connection_.get(); }
+  // Runs one UTF-8 statement; throws sql_exception.
+  void run(std::string_view statement);
+
+ private:
+  void initialize();
+  void prepare_handle(bool log_steps);
+  void close();
+  void set_session_charset(const char* server_info);
+  void set_session_sql_mode();
+  [[nodiscard]] std::wstring quoted_db_name(const std::wstring& name) const;
+
+  std::wstring charset_ = L"utf8";
+  std::wstring storage_engine_ = L"InnoDB";
+  std::uint8_t lock_active_ = 0;
+  bool connected_ = false;
+  std::uint8_t fast_mode_ = 1;
+  std::uint8_t blob_to_text_ = 0;
+  std::uint8_t binary_text_ = 0;
+  std::uint32_t version_ = 0;
+  sql_connection_ptr connection_;
+  // A connect was tried on the handle; the next connect starts a fresh one.
+  bool handle_used_ = false;
+  std::uint32_t packet_size_ = 0;
+  std::vector<std::wstring> charsets_;
+  std::vector<std::wstring> storage_engines_;
+};
+
+}  // namespace qb
