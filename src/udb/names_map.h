@@ -20,8 +20,18 @@
 
 #include <map>
 #include <string>
+#include <string_view>
+
+#include "tk/strings.h"
 
 namespace qb {
+
+// The comparison of table, column and index names: without regard to case.
+// Equal text, the usual case when a row meets its own table's columns, is
+// recognised before any character is folded.
+inline bool udb_equal_names(std::wstring_view a, std::wstring_view b) {
+  return a.size() == b.size() && (a == b || tk_equal_no_case(a, b));
+}
 
 class t_names_map {
  public:

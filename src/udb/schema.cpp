@@ -5,6 +5,7 @@
 
 #include "tk/log.h"
 #include "tk/strings.h"
+#include "udb/names_map.h"
 
 namespace qb {
 
@@ -112,9 +113,9 @@ bool t_ftd::conform_to(const t_ftd& that) const {
 // --- udb_schema --------------------------------------------------------------------
 
 int udb_schema::index_of(std::wstring_view name, std::size_t hint) const {
-  if (hint < fields_.size() && tk_equal_no_case(fields_[hint].name, name)) return static_cast<int>(hint);
+  if (hint < fields_.size() && udb_equal_names(fields_[hint].name, name)) return static_cast<int>(hint);
   for (std::size_t i = 0; i < fields_.size(); ++i) {
-    if (tk_equal_no_case(fields_[i].name, name)) return static_cast<int>(i);
+    if (udb_equal_names(fields_[i].name, name)) return static_cast<int>(i);
   }
   return -1;
 }
