@@ -45,10 +45,18 @@ std::vector<udb_record> make_rows() {
     for (std::size_t c = 0; c < column_count; ++c) {
       ole_variant value;
       switch (c % 4) {
-        case 0: value = ole_variant(static_cast<int>(rng() % 1000000)); break;
-        case 1: value = ole_variant(static_cast<long long>(rng() >> 1)); break;
-        case 2: value = ole_variant::from_wstring(L"12345.6789", ole_variant::vt_decimal); break;
-        default: value = ole_variant(std::wstring(words[rng() % 4])); break;
+        case 0:
+          value = ole_variant(static_cast<int>(rng() % 1000000));
+          break;
+        case 1:
+          value = ole_variant(static_cast<long long>(rng() >> 1));
+          break;
+        case 2:
+          value = ole_variant::from_wstring(L"12345.6789", ole_variant::vt_decimal);
+          break;
+        default:
+          value = ole_variant(std::wstring(words[rng() % 4]));
+          break;
       }
       row.emplace_back(column_name(c), 20, value);
     }

@@ -9,8 +9,8 @@
 
 namespace qb {
 
-udb_sequence::udb_sequence(std::wstring name_, std::int32_t start_, std::int32_t increment_,
-                           std::int32_t min_value_, std::int32_t max_value_, std::int32_t cycle_)
+udb_sequence::udb_sequence(std::wstring name_, std::int32_t start_, std::int32_t increment_, std::int32_t min_value_,
+                           std::int32_t max_value_, std::int32_t cycle_)
     : name(std::move(name_)),
       start(start_),
       increment(increment_),

@@ -130,15 +130,15 @@ class udb_database {
   // The comparison rule of is_table_exist and delete_tab.
   [[nodiscard]] bool same_table_name(const std::wstring& a, const std::wstring& b) const;
 
-  std::uint32_t mode_;                    // open-mode bits
-  std::wstring name_;                     // database or file name
-  std::wstring owner_;                    // schema filter, set by the implementation
-  bool case_sensitive_ = false;           // names compare exactly when set
-  udb_view_list views_;                   // views read at open time
-  std::vector<std::wstring> tables_;      // table names as found
-  udb_names_map names_map_;               // renames of the run
-  std::vector<udb_sequence> sequences_;   // sequences read at open time (source only)
-  udb_relationships relationships_;       // foreign keys read at open time
+  std::uint32_t mode_;                   // open-mode bits
+  std::wstring name_;                    // database or file name
+  std::wstring owner_;                   // schema filter, set by the implementation
+  bool case_sensitive_ = false;          // names compare exactly when set
+  udb_view_list views_;                  // views read at open time
+  std::vector<std::wstring> tables_;     // table names as found
+  udb_names_map names_map_;              // renames of the run
+  std::vector<udb_sequence> sequences_;  // sequences read at open time (source only)
+  udb_relationships relationships_;      // foreign keys read at open time
   bool has_relationships_ = false;
 };
 

@@ -1,10 +1,10 @@
 #include "udb/engine.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <string>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "tk/exception.h"
 #include "tk/log.h"

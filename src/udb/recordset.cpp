@@ -24,9 +24,7 @@ udb_recordset::udb_recordset(udb_database* database, std::wstring name, bool b_s
   LOG(1, "udb_recordset::ctor(%s)", name_);
 }
 
-udb_recordset::udb_recordset(std::wstring name) : name_(std::move(name)) {
-  LOG(1, "udb_recordset::ctor(default)");
-}
+udb_recordset::udb_recordset(std::wstring name) : name_(std::move(name)) { LOG(1, "udb_recordset::ctor(default)"); }
 
 udb_recordset::~udb_recordset() = default;
 

@@ -103,14 +103,14 @@ class udb_recordset {
   [[nodiscard]] std::uint64_t rec_count() const { return rec_count_; }
 
  protected:
-  std::wstring query_;            // SELECT text; empty for a table
-  std::wstring name_;             // table or query name
-  std::int32_t position_ = -1;    // -1 while not positioned
+  std::wstring query_;          // SELECT text; empty for a table
+  std::wstring name_;           // table or query name
+  std::int32_t position_ = -1;  // -1 while not positioned
   udb_schema schema_;
   udb_indexes indexes_;
   udb_database* database_ = nullptr;
-  std::wstring filter_;           // condition of a filtered read
-  std::uint64_t rec_count_ = 0;   // total rows, kept up to date by append_record
+  std::wstring filter_;          // condition of a filtered read
+  std::uint64_t rec_count_ = 0;  // total rows, kept up to date by append_record
 };
 
 }  // namespace qb

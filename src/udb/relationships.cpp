@@ -10,8 +10,7 @@
 namespace qb {
 
 udb_rel::udb_rel(std::wstring name_, std::wstring owner_, std::wstring fk_table_, std::wstring pk_table_,
-                 std::vector<std::wstring> fk_fields_, std::vector<std::wstring> pk_fields_,
-                 std::wstring properties_)
+                 std::vector<std::wstring> fk_fields_, std::vector<std::wstring> pk_fields_, std::wstring properties_)
     : name(std::move(name_)),
       owner(std::move(owner_)),
       fk_table(std::move(fk_table_)),
@@ -37,8 +36,7 @@ bool udb_relationships::find(const std::wstring& name, const std::wstring& pk_ta
   return find_rel(name, pk_table, fk_table) != nullptr;
 }
 
-udb_rel& udb_relationships::get(const std::wstring& name, const std::wstring& pk_table,
-                                const std::wstring& fk_table) {
+udb_rel& udb_relationships::get(const std::wstring& name, const std::wstring& pk_table, const std::wstring& fk_table) {
   const udb_rel* rel = find_rel(name, pk_table, fk_table);
   if (rel == nullptr) throw tk_mail_assertion("udb_rel", 177);
   return const_cast<udb_rel&>(*rel);

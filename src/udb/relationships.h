@@ -22,10 +22,10 @@ namespace qb {
 
 struct udb_rel {
   std::wstring name;
-  std::wstring owner;       // schema of the key, when the source gives one
-  std::wstring fk_table;    // child table, the one that holds the key
-  std::wstring pk_table;    // parent table, the referenced one
-  std::wstring properties;  // " ON UPDATE <rule>" and/or " ON DELETE <rule>"
+  std::wstring owner;                   // schema of the key, when the source gives one
+  std::wstring fk_table;                // child table, the one that holds the key
+  std::wstring pk_table;                // parent table, the referenced one
+  std::wstring properties;              // " ON UPDATE <rule>" and/or " ON DELETE <rule>"
   std::vector<std::wstring> fk_fields;  // child columns, in key order
   std::vector<std::wstring> pk_fields;  // parent columns, in the same order
 
@@ -44,8 +44,7 @@ class udb_relationships {
 
   // True when a record has this name, parent and child, each compared
   // without regard to case.
-  [[nodiscard]] bool find(const std::wstring& name, const std::wstring& pk_table,
-                          const std::wstring& fk_table) const;
+  [[nodiscard]] bool find(const std::wstring& name, const std::wstring& pk_table, const std::wstring& fk_table) const;
   // That record; an unknown triple is an internal error ("udb_rel", 177).
   [[nodiscard]] udb_rel& get(const std::wstring& name, const std::wstring& pk_table, const std::wstring& fk_table);
   // The first record of that name; an unknown name is an internal error

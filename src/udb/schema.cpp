@@ -39,8 +39,21 @@ constexpr std::uint32_t long_text_size = 65535;
 
 bool is_number_destination(std::uint16_t vt) {
   switch (vt) {
-    case vt_i2: case vt_i4: case vt_r4: case vt_r8: case vt_cy: case vt_bool: case vt_decimal:
-    case vt_i1: case vt_ui1: case vt_ui2: case vt_ui4: case vt_i8: case vt_ui8: case vt_int: case vt_uint:
+    case vt_i2:
+    case vt_i4:
+    case vt_r4:
+    case vt_r8:
+    case vt_cy:
+    case vt_bool:
+    case vt_decimal:
+    case vt_i1:
+    case vt_ui1:
+    case vt_ui2:
+    case vt_ui4:
+    case vt_i8:
+    case vt_ui8:
+    case vt_int:
+    case vt_uint:
       return true;
     default:
       return false;
@@ -189,8 +202,8 @@ bool udb_schema::conform_to(const udb_schema& that, bool by_name) const {
       dest = &that.get_field2(src.name);
     }
     if (!src.conform_to(*dest)) {
-      LOG(2, "Column #%d doesn't conform (src_vt=%d, src_size=%d, dest_vt=%d, dest_size=%d)",
-          static_cast<int>(i + 1), src.vartype, src.size, dest->vartype, dest->size);
+      LOG(2, "Column #%d doesn't conform (src_vt=%d, src_size=%d, dest_vt=%d, dest_size=%d)", static_cast<int>(i + 1),
+          src.vartype, src.size, dest->vartype, dest->size);
       return false;
     }
   }

@@ -36,20 +36,20 @@
 namespace qb {
 
 struct t_ftd {
-  std::uint32_t size = 0;     // characters for text, bytes for binary; 0 when unlimited
-  std::uint32_t prec = 0;     // numeric precision
-  std::uint32_t scale = 0;    // numeric scale
+  std::uint32_t size = 0;   // characters for text, bytes for binary; 0 when unlimited
+  std::uint32_t prec = 0;   // numeric precision
+  std::uint32_t scale = 0;  // numeric scale
   std::wstring name;
   std::uint16_t vartype = 0;  // ole_variant tag of the column's values
   std::wstring native_type;   // the type as the engine spells it
   bool b_auto_num = false;    // identity / auto-increment
   bool b_not_null = false;
-  ole_variant def_value;      // empty when there is no default
+  ole_variant def_value;  // empty when there is no default
   // Sub-type word set by the source reader: 1 date and time or GUID text,
   // 2 pure date, 3 pure time, 9 date whose default is a function, 11 XML,
   // bit 16 "datetimeoffset" carried as a date.
   std::uint32_t dw_reserved = 0;
-  std::wstring description;   // column comment
+  std::wstring description;  // column comment
 
   // A quiet, all-zero descriptor.
   t_ftd() = default;

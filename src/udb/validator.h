@@ -67,8 +67,8 @@ class udb_validator {
 
  private:
   std::uint32_t max_len_ = 0;
-  t_names_map ref_map_;          // renames made by a derived rule set
-  std::wstring illegal_chars_;   // characters a name may not hold
+  t_names_map ref_map_;                   // renames made by a derived rule set
+  std::wstring illegal_chars_;            // characters a name may not hold
   std::vector<std::wstring> restricted_;  // names refused outright
   std::vector<std::wstring> existing_;    // names that count as taken
 };

@@ -171,8 +171,7 @@ std::unique_ptr<udb_recordset> memory_database::create_table(const std::wstring&
   return get_table(name, 2);
 }
 
-void memory_database::create_index(const std::wstring& table, const udb_schema& /*schema*/,
-                                   const udb_index& index) {
+void memory_database::create_index(const std::wstring& table, const udb_schema& /*schema*/, const udb_index& index) {
   if (memory_table* target = store_.find_table(table)) target->indexes.push_back_direct(index);
 }
 
@@ -222,16 +221,18 @@ void memory_database::create_relationships(const udb_relationships& relationship
     resolved.fk_table = names_map_.get_tn_mapped_name(rel.fk_table, false);
     resolved.pk_table = names_map_.get_tn_mapped_name(rel.pk_table, false);
     if (!is_table_exist(resolved.fk_table) || !is_table_exist(resolved.pk_table)) continue;
-    for (std::wstring& field : resolved.fk_fields) field = names_map_.get_fn_mapped_name(resolved.fk_table, field, false);
-    for (std::wstring& field : resolved.pk_fields) field = names_map_.get_fn_mapped_name(resolved.pk_table, field, false);
+    for (std::wstring& field : resolved.fk_fields)
+      field = names_map_.get_fn_mapped_name(resolved.fk_table, field, false);
+    for (std::wstring& field : resolved.pk_fields)
+      field = names_map_.get_fn_mapped_name(resolved.pk_table, field, false);
     store_.created_relationships.push_back(std::move(resolved));
   }
 }
 
 // --- memory_recordset ---------------------------------------------------------------
 
-memory_recordset::memory_recordset(memory_database* database, std::shared_ptr<memory_table> table,
-                                   std::wstring name, std::wstring query)
+memory_recordset::memory_recordset(memory_database* database, std::shared_ptr<memory_table> table, std::wstring name,
+                                   std::wstring query)
     : udb_recordset(database, std::move(name), std::move(query), true),
       store_(database == nullptr ? nullptr : &database->store()),
       table_(std::move(table)) {
@@ -283,9 +284,7 @@ udb_record* memory_recordset::get_item() {
   return &current_;
 }
 
-bool memory_recordset::is_eof() {
-  return position_ < 0 || static_cast<std::size_t>(position_) >= table_->rows.size();
-}
+bool memory_recordset::is_eof() { return position_ < 0 || static_cast<std::size_t>(position_) >= table_->rows.size(); }
 
 void memory_recordset::move_to(std::int32_t position) {
   udb_recordset::move_to(position);

@@ -39,8 +39,7 @@
 namespace qb::test {
 
 // A column descriptor, quietly built, for setting up tables.
-t_ftd memory_column(const std::wstring& name, std::uint16_t vartype, std::uint32_t size = 0,
-                    bool b_not_null = false);
+t_ftd memory_column(const std::wstring& name, std::uint16_t vartype, std::uint32_t size = 0, bool b_not_null = false);
 
 struct memory_table {
   std::wstring name;

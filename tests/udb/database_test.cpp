@@ -1,18 +1,19 @@
 #include "udb/database.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <string>
 #include <vector>
 
-#include "support/memory_database.h"
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+
 #include "tk/exception.h"
 #include "tk/strings.h"
 #include "udb/engine.h"
 #include "udb/properties.h"
 #include "udb/recordset.h"
+
+#include "support/memory_database.h"
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {

@@ -1,14 +1,15 @@
 #include "udb/indexes.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+
 #include "tk/exception.h"
 #include "udb/relationships.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -210,8 +211,8 @@ TEST(UdbIndexes, SubscriptIsRangeChecked) {
 
 udb_relationships sample_relationships() {
   udb_relationships rels;
-  rels.push_back(udb_rel(L"fk_owner", L"dbo", L"dbo.orders", L"dbo.customers", {L"customer_id"}, {L"id"},
-                         L" ON UPDATE CASCADE"));
+  rels.push_back(
+      udb_rel(L"fk_owner", L"dbo", L"dbo.orders", L"dbo.customers", {L"customer_id"}, {L"id"}, L" ON UPDATE CASCADE"));
   rels.push_back(udb_rel(L"fk_owner", L"dbo", L"dbo.invoices", L"dbo.customers", {L"cust"}, {L"id"}, L""));
   return rels;
 }

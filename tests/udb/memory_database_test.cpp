@@ -2,11 +2,11 @@
 // must behave as a real one does, so it is tested here like one.
 #include "support/memory_database.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "tk/exception.h"
 

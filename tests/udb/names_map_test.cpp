@@ -1,9 +1,9 @@
 #include "udb/names_map.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "support/temp_dir.h"
 

@@ -1,11 +1,11 @@
 #include "udb/record.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "support/temp_dir.h"
 
@@ -61,9 +61,20 @@ TEST(UdbField, LengthOfByteArrayIsItsElementCount) {
   EXPECT_EQ(f.get_length(), 3U);
 }
 
+TEST(UdbField, LengthOfBlobIsItsElementCount) {
+  ole_variant blob(std::vector<std::uint8_t>{1, 2, 3, 4, 5});
+  blob.change_type(ole_variant::vt_blob);
+  const udb_field f(L"b", 1, blob);
+  EXPECT_EQ(f.get_type(), 65);
+  EXPECT_EQ(f.get_length(), 5U);
+}
+
+// Byte arrays of the value type are always one-dimensional, so every value
+// that is not one takes the type rule: text by its length, the rest by size.
 TEST(UdbField, LengthOfOtherValuesIsTheSize) {
   EXPECT_EQ(udb_field(L"n", 4, ole_variant(7)).get_length(), 4U);
   EXPECT_EQ(udb_field(L"d", 8, ole_variant(2.5)).get_length(), 8U);
+  EXPECT_EQ(udb_field(L"z", 6, ole_variant::make_null()).get_length(), 6U);
 }
 
 udb_record sample() {

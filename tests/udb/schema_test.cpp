@@ -1,10 +1,10 @@
 #include "udb/schema.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <stdexcept>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "support/temp_dir.h"
 

@@ -1,11 +1,12 @@
 #include "udb/validator.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 
-#include "support/temp_dir.h"
+#include <gtest/gtest.h>
+
 #include "tk/exception.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
