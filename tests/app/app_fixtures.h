@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -159,11 +160,66 @@ class watched_source : public memory_database {
   watch_log& log_;
 };
 
+// How a destination holds rows back, as the real targets batch their rows.
+struct batching {
+  std::size_t size = 0;  // rows held back before they go out; 0: none
+  bool fail_flush = false;
+};
+
+// A destination recordset that holds rows back until a batch is full or it
+// is flushed; its destructor sends the rest quietly.
+class batching_recordset : public udb_recordset {
+ public:
+  batching_recordset(std::unique_ptr<udb_recordset> inner, const batching& rule)
+      : udb_recordset(inner->name()), inner_(std::move(inner)), rule_(rule) {
+    schema_ = inner_->schema();
+    indexes_ = inner_->indexes();
+  }
+  ~batching_recordset() override {
+    try {
+      send();
+    } catch (...) {
+    }
+  }
+  void append_record(udb_record& record) override {
+    pending_.push_back(record);
+    if (pending_.size() >= rule_.size) send();
+  }
+  void flush() override {
+    if (rule_.fail_flush && !pending_.empty()) throw tk_exception("Lost connection to MySQL server", 1);
+    send();
+  }
+  [[nodiscard]] udb_write_counts write_counts() const override { return inner_->write_counts(); }
+  [[nodiscard]] std::size_t pending() const { return pending_.size(); }
+
+ private:
+  void send() {
+    std::vector<udb_record> rows;
+    rows.swap(pending_);
+    for (udb_record& row : rows) inner_->append_record(row);
+  }
+
+  std::unique_ptr<udb_recordset> inner_;
+  const batching& rule_;
+  std::vector<udb_record> pending_;
+};
+
 class watched_dest : public memory_database {
  public:
-  watched_dest(memory_store& store, std::wstring name, std::uint32_t mode, watch_log& log)
-      : memory_database(store, std::move(name), mode), log_(log) {}
+  watched_dest(memory_store& store, std::wstring name, std::uint32_t mode, watch_log& log,
+               const batching& rule = no_batching())
+      : memory_database(store, std::move(name), mode), log_(log), rule_(rule) {}
   ~watched_dest() override { log_.closed("dest closed"); }
+  std::unique_ptr<udb_recordset> create_table(const std::wstring& name, const udb_schema& schema,
+                                              udb_indexes& indexes) override {
+    std::unique_ptr<udb_recordset> table = memory_database::create_table(name, schema, indexes);
+    if (rule_.size == 0) return table;
+    return std::make_unique<batching_recordset>(std::move(table), rule_);
+  }
+  static const batching& no_batching() {
+    static const batching none;
+    return none;
+  }
   void create_relationships(const udb_relationships& relationships) override {
     log_.calls.emplace_back("create_relationships");
     memory_database::create_relationships(relationships);
@@ -179,6 +235,7 @@ class watched_dest : public memory_database {
 
  private:
   watch_log& log_;
+  const batching& rule_;
 };
 
 // One table's changes: a new table name, renamed columns.
@@ -186,6 +243,7 @@ class test_table_mutator : public udb_table_mutator {
  public:
   std::wstring new_name;
   std::map<std::wstring, std::wstring> renames;  // source column -> target column
+  std::function<void(const udb_record&)> on_row;  // sees each row that modify2 changes
 
   void modify1(std::wstring& name, udb_schema& schema) override {
     for (t_ftd& column : schema) {
@@ -195,6 +253,7 @@ class test_table_mutator : public udb_table_mutator {
     name = new_name;
   }
   udb_record* modify2(udb_record& record) override {
+    if (on_row) on_row(record);
     copy_ = record;
     for (udb_field& field : copy_) {
       const auto it = renames.find(field.name);
@@ -210,7 +269,7 @@ class test_table_mutator : public udb_table_mutator {
       }
     }
   }
-  [[nodiscard]] bool has_field_mutators() const override { return !renames.empty(); }
+  [[nodiscard]] bool has_field_mutators() const override { return !renames.empty() || on_row != nullptr; }
 
  private:
   udb_record copy_;
@@ -237,6 +296,7 @@ class memory_services : public conversion_services {
   std::wstring schema;
   test_mutators* mutators = nullptr;
   bool source_fails = false;
+  batching batch;
 
   std::uint8_t fast = 1;
   std::vector<std::uint8_t> fast_mode_sets;
@@ -253,7 +313,7 @@ class memory_services : public conversion_services {
     return std::make_unique<watched_source>(source, name, mode, watch);
   }
   std::unique_ptr<udb_database> get_dest_base() override {
-    return std::make_unique<watched_dest>(dest, L"target", dest_mode, watch);
+    return std::make_unique<watched_dest>(dest, L"target", dest_mode, watch, batch);
   }
   std::uint32_t dest_version() override { return version; }
   std::unique_ptr<udb_validator> create_tn_validator(std::uint32_t v) override { return app_create_tn_validator(v); }

@@ -53,6 +53,14 @@ TEST_F(Convertor, ConstructionRunsItsPartsInOrderAndRegisters) {
   EXPECT_EQ(tk_singleton<sql_engine>::try_instance(), &converter.engine);
 }
 
+TEST_F(Convertor, SecondConverterLeavesTheFirstInPlaceAndClearsItAtItsEnd) {
+  {
+    quillbridge_convertor second;
+    EXPECT_EQ(tk_singleton<quillbridge_convertor>::try_instance(), &converter);
+  }
+  EXPECT_EQ(tk_singleton<quillbridge_convertor>::try_instance(), nullptr);
+}
+
 TEST_F(Convertor, StartsWithTheDefaultsWhenNothingIsSaved) {
   EXPECT_EQ(converter.mode, 0U);
   EXPECT_EQ(converter.direct, 1);

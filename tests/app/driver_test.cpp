@@ -219,6 +219,20 @@ TEST_F(Driver, OverwriteDatabaseHandsAnExistingTableStraightToCreateTable) {
   EXPECT_EQ(services.fast_mode_sets, (std::vector<std::uint8_t>{1}));
 }
 
+TEST_F(Driver, ScenarioDigitBeyondTheTableActsAsOverwriteDatabase) {
+  add_people(services.source, L"[dbo].[people]", 2);
+  existing_people(L"[dbo].[people]");
+  converter.selected_tables = {L"[dbo].[people]"};
+  converter.mode = 9;
+
+  run();
+
+  EXPECT_EQ(dest_names(L"[dbo].[people]"), (std::vector<std::wstring>{L"old", L"a", L"b"}));
+  EXPECT_EQ(std::count(services.watch.calls.begin(), services.watch.calls.end(), "delete_tab"), 0);
+  EXPECT_EQ(services.fast_mode_sets, (std::vector<std::uint8_t>{1}));
+  EXPECT_FALSE(converter.table_reports[0].skipped);
+}
+
 TEST_F(Driver, OverwriteTablesDropsAnExistingTableWithoutTestingItsStructure) {
   add_people(services.source, L"[dbo].[people]", 2);
   udb_schema other;
@@ -593,6 +607,67 @@ TEST_F(Driver, CancelAfterTheLastEntrySkipsRelationshipsAndViews) {
   EXPECT_TRUE(logged("Conversion cancelled by the user before relationships and views"));
   EXPECT_TRUE(services.dest.created_views.empty());
   EXPECT_FALSE(converter.view_report.attempted);
+}
+
+// --- rows held back by the destination ----------------------------------------------
+
+TEST_F(Driver, RowsHeldBackAreSentAtTheEndOfEachTableAndCounted) {
+  services.batch.size = 10;
+  add_people(services.source, L"[dbo].[a]", 3);
+  add_people(services.source, L"[dbo].[b]", 2);
+  converter.selected_tables = {L"[dbo].[a]", L"[dbo].[b]"};
+  std::size_t a_rows_when_b_began = 0;
+  services.dest.on_append = [&](const memory_table& table, const udb_record&) {
+    if (table.name == L"[dbo].[b]" && a_rows_when_b_began == 0) {
+      a_rows_when_b_began = dest_table(L"[dbo].[a]").rows.size();
+    }
+  };
+
+  run();
+
+  EXPECT_EQ(a_rows_when_b_began, 3U);
+  EXPECT_EQ(dest_table(L"[dbo].[b]").rows.size(), 2U);
+  EXPECT_EQ(converter.table_reports[0].written, 3U);
+  EXPECT_EQ(converter.table_reports[1].written, 2U);
+}
+
+TEST_F(Driver, FailureOfTheLastBatchFailsItsTable) {
+  services.batch.size = 10;
+  services.batch.fail_flush = true;
+  add_people(services.source, L"[dbo].[a]", 3);
+  converter.selected_tables = {L"[dbo].[a]"};
+
+  run();
+
+  EXPECT_EQ(ui.shell.errors(), (std::vector<std::string>{"[dbo].[a]: Lost connection to MySQL server"}));
+  const udb_table_report& report = converter.table_reports[0];
+  EXPECT_TRUE(report.failed);
+  EXPECT_EQ(report.read, 3U);
+  EXPECT_EQ(report.written, 0U);
+  EXPECT_EQ(report.not_written, 3U);
+  EXPECT_TRUE(logged("Table '[dbo].[a]': 3 read, 0 written, 3 not written (duplicate keys or errors), 0 warnings"));
+}
+
+TEST_F(Driver, CancelSendsTheRowsHeldBack) {
+  services.batch.size = 10;
+  add_people(services.source, L"[dbo].[a]", 5);
+  converter.selected_tables = {L"[dbo].[a]"};
+  test_mutators mutators;
+  test_table_mutator& watcher = mutators.tables[L"[dbo].[a]"];
+  watcher.new_name = L"[dbo].[a]";
+  int rows_seen = 0;
+  watcher.on_row = [&](const udb_record&) {
+    if (++rows_seen == 2) converter.set_cancel(1);
+  };
+  services.mutators = &mutators;
+
+  run();
+
+  EXPECT_EQ(rows_seen, 2);
+  EXPECT_EQ(dest_names(L"[dbo].[a]"), (std::vector<std::wstring>{L"a", L"b"}));
+  EXPECT_TRUE(converter.table_reports[0].cancelled);
+  EXPECT_EQ(converter.table_reports[0].written, 2U);
+  expect_finished_last();
 }
 
 // --- names ---------------------------------------------------------------------------
