@@ -85,6 +85,13 @@ def main(argv=None):
     srv.model = model
     srv.dispatcher = dispatch_mod.Dispatcher(model, Engine(model))
     port = srv.server_address[1]
+
+    # Handlers go in before the port is announced: a launcher may stop the
+    # server the moment it learns the port.
+    def stop(_sig, _frame):
+        threading.Thread(target=srv.shutdown, daemon=True).start()
+    signal.signal(signal.SIGTERM, stop)
+    signal.signal(signal.SIGINT, stop)
     if args.port_file:
         tmp = args.port_file + ".tmp"
         with open(tmp, "w") as f:
@@ -92,10 +99,6 @@ def main(argv=None):
         os.replace(tmp, args.port_file)
     log.info("listening on %s:%d", args.host, port)
 
-    def stop(_sig, _frame):
-        threading.Thread(target=srv.shutdown, daemon=True).start()
-    signal.signal(signal.SIGTERM, stop)
-    signal.signal(signal.SIGINT, stop)
     try:
         srv.serve_forever(poll_interval=0.2)
     finally:
