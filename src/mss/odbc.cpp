@@ -44,18 +44,6 @@ void free_handle(SQLSMALLINT type, Handle& handle) noexcept {
   handle = nullptr;
 }
 
-// Marks the units of a buffer that a driver has not written.
-constexpr char16_t unwritten = 0xFFFF;
-
-// The units a driver wrote into a buffer filled with `unwritten` before the
-// call, up to its terminating NUL: the last unit it changed is the NUL.
-std::size_t written_units(const std::u16string& buffer) {
-  std::size_t end = buffer.size();
-  while (end > 0 && buffer[end - 1] == unwritten) --end;
-  if (end == 0) return 0;
-  return buffer[end - 1] == u'\0' ? end - 1 : end;
-}
-
 bool needs_braces(std::wstring_view value) {
   if (value.empty()) return false;
   if (value.front() == L' ' || value.back() == L' ') return true;
@@ -63,6 +51,14 @@ bool needs_braces(std::wstring_view value) {
 }
 
 }  // namespace
+
+std::size_t odb_written_units(const std::u16string& buffer) {
+  // The last unit the driver changed is the terminating NUL.
+  std::size_t end = buffer.size();
+  while (end > 0 && buffer[end - 1] == odb_unwritten_unit) --end;
+  if (end == 0) return 0;
+  return buffer[end - 1] == u'\0' ? end - 1 : end;
+}
 
 std::vector<odb_diag_record> odb_diagnostics(SQLSMALLINT handle_type, SQLHANDLE handle) {
   std::vector<odb_diag_record> records;
@@ -334,7 +330,7 @@ std::optional<std::wstring> odb_statement::get_text(SQLUSMALLINT column, std::so
   const auto buffer_bytes = static_cast<SQLLEN>(buffer.size() * sizeof(SQLWCHAR));
   for (;;) {
     SQLLEN indicator = 0;
-    std::fill(buffer.begin(), buffer.end(), unwritten);
+    std::fill(buffer.begin(), buffer.end(), odb_unwritten_unit);
     const SQLRETURN rc = SQLGetData(handle_, column, SQL_C_WCHAR, odb_sqlwchar(buffer), buffer_bytes, &indicator);
     if (rc == SQL_NO_DATA) break;  // every piece has been read
     check(rc, "SQLGetData", where);
@@ -344,7 +340,7 @@ std::optional<std::wstring> odb_statement::get_text(SQLUSMALLINT column, std::so
     // bytes): it ends at its terminating NUL, the last unit written.
     const bool partial = rc == SQL_SUCCESS_WITH_INFO && (indicator == SQL_NO_TOTAL || indicator >= buffer_bytes);
     const std::size_t units =
-        partial ? written_units(buffer) : static_cast<std::size_t>(std::max<SQLLEN>(indicator, 0)) / sizeof(SQLWCHAR);
+        partial ? odb_written_units(buffer) : static_cast<std::size_t>(std::max<SQLLEN>(indicator, 0)) / sizeof(SQLWCHAR);
     decoder.append(out, odb_sqlwchar(buffer), units);
     if (!partial) break;
   }

@@ -40,6 +40,13 @@ inline bool odb_succeeded(SQLRETURN rc) { return rc == SQL_SUCCESS || rc == SQL_
 void odb_check(SQLRETURN rc, SQLSMALLINT handle_type, SQLHANDLE handle, const char* operation,
                std::wstring_view statement = {}, std::source_location where = std::source_location::current());
 
+// Pieces of text read with SQLGetData: fill the buffer with
+// odb_unwritten_unit before the call; odb_written_units then gives the units
+// the driver wrote before its terminating NUL. (A piece need not fill the
+// buffer: binary data as text comes in whole bytes.)
+inline constexpr char16_t odb_unwritten_unit = 0xFFFF;
+std::size_t odb_written_units(const std::u16string& buffer);
+
 // --- Environment -------------------------------------------------------------
 
 class odb_environment {

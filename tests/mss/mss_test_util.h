@@ -5,13 +5,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "mss/columns.h"
 #include "mss/engine.h"
+#include "mss/fetcher.h"
 #include "mss/odbc.h"
 #include "support/mss_standin.h"
 #include "support/temp_dir.h"
@@ -57,6 +60,86 @@ inline odb_connection connect_freetds(const odb_environment& env, const mss_stan
 
 inline odb_connection connect_freetds(const odb_environment& env, const mss_standin& s) {
   return connect_freetds(env, s, s.user(), s.password(), s.database());
+}
+
+// A result read whole through odb_fetcher, batch by batch.
+struct fetched_table : public odb_cell_sink {
+  std::vector<odb_column> columns;
+  std::vector<std::uint16_t> tags;
+  std::vector<std::uint32_t> reserved;
+  std::vector<std::vector<ole_variant>> rows;
+  std::vector<std::vector<std::uint32_t>> sizes;
+  std::vector<std::size_t> batches;  // rows of each fetch, the closing 0 included
+  bool block = false;
+
+  ole_variant& cell(std::size_t row, std::size_t column) override { return batch_[row][column]; }
+  void set_cell_size(std::size_t row, std::size_t column, std::uint32_t size) override {
+    batch_sizes_[row][column] = size;
+  }
+
+  void read(odb_statement& statement, const std::wstring& source, bool dates_native) {
+    columns = odb_describe_columns(statement);
+    for (const odb_column& c : columns) {
+      std::uint32_t r = 0;
+      tags.push_back(odb_get_vartype(c.dbtype, c.size, c.flags, r, dates_native));
+      reserved.push_back(r);
+    }
+    batch_.assign(odb_fetcher::batch_rows, std::vector<ole_variant>(columns.size()));
+    batch_sizes_.assign(odb_fetcher::batch_rows, std::vector<std::uint32_t>(columns.size()));
+    odb_fetcher fetcher(statement, columns, tags, source);
+    block = fetcher.block_fetch();
+    for (;;) {
+      const std::size_t n = fetcher.fetch(*this);
+      batches.push_back(n);
+      if (n == 0) break;
+      for (std::size_t r = 0; r < n; ++r) {
+        rows.push_back(batch_[r]);
+        sizes.push_back(batch_sizes_[r]);
+      }
+    }
+  }
+
+ private:
+  std::vector<std::vector<ole_variant>> batch_;
+  std::vector<std::vector<std::uint32_t>> batch_sizes_;
+};
+
+inline fetched_table fetch_all(const odb_connection& c, const std::wstring& sql, bool dates_native = true) {
+  odb_statement s(c);
+  EXPECT_TRUE(s.execute(sql));
+  fetched_table t;
+  t.read(s, L"[dbo].[test]", dates_native);
+  return t;
+}
+
+// A readable form of a value for comparisons: the tag, then the value as
+// exactly as the tag holds it.
+inline std::string describe(const ole_variant& v) {
+  std::string out = std::to_string(v.get_type()) + ":";
+  switch (v.get_type()) {
+    case ole_variant::vt_r4:
+    case ole_variant::vt_r8: {
+      char buf[40];
+      std::snprintf(buf, sizeof buf, "%.17g", v.to_double());
+      return out + buf;
+    }
+    case ole_variant::vt_date: {
+      const ole_date* d = v.get_date();
+      return out + d->to_string(true) + " kind=" + std::to_string(d->type) +
+             " us=" + std::to_string(d->microseconds);
+    }
+    case ole_variant::vt_bstr:
+      return out + tk_to_utf8(v.text_view());
+    case ole_variant::vt_bytes:
+    case ole_variant::vt_blob: {
+      std::string hex;
+      const auto b = v.bytes_view();
+      tk_bytes_to_hex(b.size(), b.data(), hex);
+      return out + std::to_string(b.size()) + ":" + (hex.size() > 200 ? hex.substr(0, 200) + "..." : hex);
+    }
+    default:
+      return v.is_empty() ? out : out + v.to_string();
+  }
 }
 
 // The FreeTDS driver library, for naming a driver by its path.
