@@ -98,11 +98,15 @@ pid_namespace() { readlink /proc/self/ns/pid 2>/dev/null || echo unknown; }
 # somebody else's run and is left alone, and so is one made in another pid
 # namespace (a container sharing /tmp), whose processes cannot be seen here.
 sweep_dead() {
-  local tmp=$1 dir pid alive ns
+  local tmp=$1 dir pid alive ns owner
   ns=$(pid_namespace)
   for dir in "$tmp"/qb-mariadb-*; do
     [[ -d "$dir" && -f "$dir/launch.pid" ]] || continue
     [[ "$(cat "$dir/pidns" 2>/dev/null)" == "$ns" ]] || continue
+    # A directory whose starting script still runs is in use, even between
+    # two attempts when no server process exists.
+    owner=$(cat "$dir/owner.pid" 2>/dev/null || true)
+    [[ -n "$owner" ]] && kill -0 "$owner" 2>/dev/null && continue
     alive=0
     for pid in $(cat "$dir/pid" "$dir/launch.pid" 2>/dev/null | sort -u); do
       is_our_server "$pid" "$dir" && alive=1
@@ -161,6 +165,7 @@ do_start() {
   local base
   base=$(mktemp -d "$tmp/qb-mariadb-XXXXXX")
   base=$(cd "$base" && pwd -P)
+  echo $$ >"$base/owner.pid"
   pid_namespace >"$base/pidns"
   echo "$base" >"$base_file"
   ((${#base} < 90)) || die "temporary directory '$base' is too long for a socket path; set TMPDIR"

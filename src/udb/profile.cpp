@@ -28,6 +28,11 @@ bool is_header(std::wstring_view line, std::wstring& name) {
 
 bool is_blank(std::wstring_view line) { return tk_trim(line).empty(); }
 
+std::wstring right_trim(std::wstring_view line) {
+  const std::size_t last = line.find_last_not_of(L' ');
+  return std::wstring(line.substr(0, last == std::wstring_view::npos ? 0 : last + 1));
+}
+
 [[noreturn]] void fail_line(const std::string& path, int line, const char* what) {
   throw tk_exception(tk_format("The profile %s cannot be read: line %d %s.", path, line, what), 1);
 }
@@ -131,6 +136,7 @@ bool udb_profile::load(const std::string& path) {
   decltype(lists) new_lists;
   const std::wstring* current = nullptr;
   std::string bytes;
+  std::wstring name_probe;
   for (;;) {
     const tk_line_reader::status status = reader.next(bytes);
     if (status == tk_line_reader::status::end) break;
@@ -141,8 +147,12 @@ bool udb_profile::load(const std::string& path) {
     if (reader.too_long()) fail_line(path, number, "is longer than 4095 bytes");
     if (!tk_is_valid_utf8(bytes)) fail_line(path, number, "is not UTF-8 text");
 
-    const std::wstring line = tk_utf8_decode(bytes);
-    if (is_blank(line)) continue;
+    // Lines are trimmed of blanks; the mutation text keeps its leading blanks,
+    // because its indentation carries the tree.
+    const std::wstring raw = tk_utf8_decode(bytes);
+    if (is_blank(raw)) continue;
+    const bool keep_indent = current != nullptr && *current == udb_profile_type_mappings && !is_header(raw, name_probe);
+    const std::wstring line = keep_indent ? right_trim(raw) : tk_trim(raw);
     std::wstring name;
     if (is_header(line, name)) {
       current = &new_sections.try_emplace(std::move(name)).first->first;

@@ -169,7 +169,7 @@ TEST(ProfileLoad, SectionHeaderWithNoLinesCreatesAnEmptySection) {
   EXPECT_EQ(p.get_value(L"MySQL settings", L"host"), L"h");
 }
 
-TEST(ProfileLoad, LeadingBlanksOfLinesAreKeptForTheMutationText) {
+TEST(ProfileLoad, MutationTextKeepsItsIndentationAndLosesTrailingBlanks) {
   const temp_dir dir;
   const udb_profile p = load_text(dir,
                                   "[Type Mappings]\n"
@@ -179,7 +179,20 @@ TEST(ProfileLoad, LeadingBlanksOfLinesAreKeptForTheMutationText) {
                                   "      - name:price\n"
                                   "        default_value: \n");
   EXPECT_EQ(p.get_lines(L"Type Mappings"), (lines{L"database:", L"tables:", L"  - name: dbo.orders",
-                                                  L"      - name:price", L"        default_value: "}));
+                                                  L"      - name:price", L"        default_value:"}));
+}
+
+TEST(ProfileLoad, LinesOfOtherSectionsAreTrimmedOfBlanks) {
+  const temp_dir dir;
+  const udb_profile p = load_text(dir,
+                                  "[MySQL settings]\n"
+                                  "  host=db.example  \n"
+                                  "password= secret \n"
+                                  "[Selected Tables]\n"
+                                  "   dbo.orders   \n");
+  EXPECT_EQ(p.get_value(L"MySQL settings", L"host"), L"db.example");
+  EXPECT_EQ(p.get_value(L"MySQL settings", L"password"), L" secret");
+  EXPECT_EQ(p.get_lines(L"Selected Tables"), (lines{L"dbo.orders"}));
 }
 
 TEST(ProfileLoad, HeaderMayStandBetweenBlanks) {
@@ -426,9 +439,9 @@ TEST(ProfileStore, StoreThenLoadReproducesEverySectionAndPair) {
   p.set_value(L"Generic settings", L"dest", L"/srv/dump file.sql");
   p.set_value(L"Generic settings", L"logfile", L"");
   p.set_value(L"Generic settings", L"mode", L"4");
-  p.set_value(L"MS SQL Server settings", L"password", L"p=w d ");
+  p.set_value(L"MS SQL Server settings", L"password", L"p=w d");
   p.set_value(L"MySQL settings", L"password", std::wstring(L"a\0b", 3));
-  p.set_value(L"Available Queries", L"q", L"select a, b from t where x = '=' ");
+  p.set_value(L"Available Queries", L"q", L"select a, b from t where x = '='");
   p.set_value(L"Selected Tables", L"dbo.orders", L"");
   p.set_value(L"Selected Tables", L"\u65E5\u672C.\U0001F600", L"");
   p.set_value(L"Selected Tables", L"q2", L"select 2");
@@ -437,7 +450,7 @@ TEST(ProfileStore, StoreThenLoadReproducesEverySectionAndPair) {
   p.add_line(L"Type Mappings", L"database:");
   p.add_line(L"Type Mappings", L"tables:");
   p.add_line(L"Type Mappings", L"  - name: dbo.orders");
-  p.add_line(L"Type Mappings", L"        default_value: ");
+  p.add_line(L"Type Mappings", L"        default_value:");
   const std::string path = dir.file("round.qbr");
   p.store(path);
 
@@ -664,8 +677,8 @@ TEST(ProfileMode, OnlyAOneCharacterValueIsRead) {
   EXPECT_EQ(mode, 9U);
   p.get_mode(L"a", L"letter", mode);
   EXPECT_EQ(mode, 49U);
-  p.get_mode(L"a", L"blank", mode);
-  EXPECT_EQ(mode, static_cast<std::uint32_t>(32 - 48));
+  p.get_mode(L"a", L"blank", mode);  // the blank is trimmed away: an empty value
+  EXPECT_EQ(mode, 49U);
 }
 
 TEST(ProfileQueryText, LineBreaksBecomeSingleBlanks) {
