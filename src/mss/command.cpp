@@ -4,12 +4,19 @@
 
 namespace qb {
 
-odb_command::odb_command(const odb_connection& session) : statement_(session) {}
+odb_command::odb_command(const odb_connection& session) : session_(session), statement_(session) {}
 
 bool odb_command::execute(std::wstring_view text) {
   LOGW(2, L"odb_command::execute(%s)", text);
   statement_.close_cursor();
   return statement_.execute(text);
+}
+
+std::unique_ptr<odb_statement> odb_command::execute_rowset(std::wstring_view text) {
+  LOGW(2, L"odb_command::execute(%s)", text);
+  auto rowset = std::make_unique<odb_statement>(session_);
+  rowset->execute(text);
+  return rowset;
 }
 
 std::optional<std::wstring> odb_command::query_text(std::wstring_view text) {

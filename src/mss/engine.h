@@ -143,6 +143,12 @@ class mss_engine : public tk_singleton<mss_engine> {
   odb_connection open_data_source(const std::wstring* database);
 
   [[nodiscard]] bool is_connected() const { return connected_; }
+  // True when pure dates and pure times can be told from dates with times:
+  // connected to SQL Server 2008 or later (also Azure) through a driver that
+  // reports date, time, datetime2 and datetimeoffset as their own types,
+  // which every driver of the list does (FreeTDS at TDS 7.3 and later, and
+  // it is asked for 7.4).
+  [[nodiscard]] bool dates_native() const { return connected_ && version_ >= mss_version_2008; }
   [[nodiscard]] int version() const { return version_; }
   [[nodiscard]] const std::wstring& server() const { return server_; }
   [[nodiscard]] const std::wstring& user() const { return user_; }
