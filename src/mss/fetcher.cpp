@@ -22,6 +22,7 @@ namespace {
 constexpr std::size_t ascii_width = 64;
 // Pieces of long values.
 constexpr std::size_t text_piece_units = 32768;
+constexpr std::size_t piece_tail_units = 64;
 constexpr std::size_t binary_piece_bytes = 262144;
 
 template <class T>
@@ -337,13 +338,20 @@ void odb_fetcher::read_long_text(ole_variant& value, odb_cell_sink& sink, std::s
   const auto number = static_cast<SQLUSMALLINT>(column + 1);
   piece_.resize(text_piece_units);
   const auto piece_bytes = static_cast<SQLLEN>(piece_.size() * sizeof(SQLWCHAR));
-  std::wstring text;
+  // A piece that does not hold the whole value ends at the driver's NUL,
+  // which lies in the buffer's last units (a driver may leave a unit or two
+  // to keep a pair together); only those are marked before each call.
+  const auto tail = piece_.end() - static_cast<std::ptrdiff_t>(piece_tail_units);
+  text_.clear();
+  std::wstring long_text;  // a value larger than a piece is built in its own string
+  std::wstring* out = &text_;
   odb_utf16_decoder decoder;
   std::uint64_t bytes = 0;
   for (bool first = true;; first = false) {
-    std::fill(piece_.begin(), piece_.end(), odb_unwritten_unit);
+    std::fill(tail, piece_.end(), odb_unwritten_unit);
     SQLLEN indicator = 0;
-    const SQLRETURN rc = SQLGetData(statement_.get(), number, SQL_C_WCHAR, odb_sqlwchar(piece_), piece_bytes, &indicator);
+    const SQLRETURN rc =
+        SQLGetData(statement_.get(), number, SQL_C_WCHAR, odb_sqlwchar(piece_), piece_bytes, &indicator);
     if (rc == SQL_NO_DATA) break;
     statement_.check(rc, "SQLGetData");
     if (indicator == SQL_NULL_DATA) {
@@ -351,16 +359,26 @@ void odb_fetcher::read_long_text(ole_variant& value, odb_cell_sink& sink, std::s
       sink.set_cell_size(row, column, 0);
       return;
     }
-    if (first && indicator > 0) text.reserve(static_cast<std::size_t>(indicator) / sizeof(SQLWCHAR));
     const bool partial = rc == SQL_SUCCESS_WITH_INFO && (indicator == SQL_NO_TOTAL || indicator >= piece_bytes);
-    const std::size_t units = partial ? odb_written_units(piece_)
-                                      : static_cast<std::size_t>(std::max<SQLLEN>(indicator, 0)) / sizeof(SQLWCHAR);
-    decoder.append(text, odb_sqlwchar(piece_), units);
+    if (first && partial) {
+      out = &long_text;
+      if (indicator > 0) long_text.reserve(static_cast<std::size_t>(indicator) / sizeof(SQLWCHAR));
+    }
+    std::size_t units = static_cast<std::size_t>(std::max<SQLLEN>(indicator, 0)) / sizeof(SQLWCHAR);
+    if (partial) {
+      units = odb_written_units(piece_);
+      if (units < piece_.size() - piece_tail_units) cannot_hold(row, column, "the driver's pieces cannot be measured");
+    }
+    decoder.append(*out, odb_sqlwchar(piece_), units);
     bytes += units * sizeof(SQLWCHAR);
     if (!partial) break;
   }
-  decoder.finish(text);
-  value.attach_wstring(std::move(text));
+  decoder.finish(*out);
+  if (out == &text_) {
+    value.attach_wstring(std::wstring_view(text_));  // into the storage the value has
+  } else {
+    value.attach_wstring(std::move(long_text));
+  }
   sink.set_cell_size(row, column, static_cast<std::uint32_t>(std::min<std::uint64_t>(bytes, UINT32_MAX)));
 }
 

@@ -11,30 +11,44 @@ bool is_low(char32_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
 
 char32_t combine(char32_t high, char32_t low) { return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00); }
 
-// Decodes units [0, n) into out (already reserved); a pair becomes one code
-// point, a lone surrogate stays as it is. When hold_last is set, a high
-// surrogate in the last place is not written but returned (0 otherwise).
-char16_t decode(std::wstring& out, const SQLWCHAR* text, std::size_t n, bool hold_last) {
+// Decodes units [0, n) to out, which has room for n code points, and
+// returns the number written: a pair becomes one code point, a lone
+// surrogate stays as it is. When hold_last is set, a high surrogate in the
+// last place is not written but left in held (0 otherwise).
+std::size_t decode(wchar_t* out, const SQLWCHAR* text, std::size_t n, bool hold_last, char16_t& held) {
+  held = 0;
+  wchar_t* p = out;
   std::size_t i = 0;
   while (i < n) {
+    // The common case: a run without surrogates, copied unit by unit.
+    while (i < n && (text[i] & 0xF800U) != 0xD800U) *p++ = static_cast<wchar_t>(text[i++]);
+    if (i == n) break;
     const char32_t u = text[i];
-    if (u < 0xD800 || u > 0xDFFF) {
-      out.push_back(static_cast<wchar_t>(u));
-      ++i;
-      continue;
-    }
     if (is_high(u)) {
       if (i + 1 < n && is_low(text[i + 1])) {
-        out.push_back(static_cast<wchar_t>(combine(u, text[i + 1])));
+        *p++ = static_cast<wchar_t>(combine(u, text[i + 1]));
         i += 2;
         continue;
       }
-      if (i + 1 == n && hold_last) return static_cast<char16_t>(u);
+      if (i + 1 == n && hold_last) {
+        held = static_cast<char16_t>(u);
+        break;
+      }
     }
-    out.push_back(static_cast<wchar_t>(u));  // a lone surrogate is kept
+    *p++ = static_cast<wchar_t>(u);  // a lone surrogate is kept
     ++i;
   }
-  return 0;
+  return static_cast<std::size_t>(p - out);
+}
+
+// Appends the decoded units to out.
+char16_t append_decoded(std::wstring& out, const SQLWCHAR* text, std::size_t n, bool hold_last) {
+  const std::size_t old = out.size();
+  out.resize(old + n);
+  char16_t held = 0;
+  const std::size_t written = decode(out.data() + old, text, n, hold_last, held);
+  out.resize(old + written);
+  return held;
 }
 
 }  // namespace
@@ -61,8 +75,7 @@ std::u16string odb_to_utf16(std::wstring_view text) {
 }
 
 void odb_append_from_utf16(std::wstring& out, const SQLWCHAR* text, std::size_t units) {
-  out.reserve(out.size() + units);
-  decode(out, text, units, false);
+  append_decoded(out, text, units, false);
 }
 
 std::wstring odb_from_utf16(const SQLWCHAR* text, std::size_t units) {
@@ -77,7 +90,6 @@ std::wstring odb_from_utf16(std::u16string_view text) {
 
 void odb_utf16_decoder::append(std::wstring& out, const SQLWCHAR* text, std::size_t units) {
   if (units == 0) return;
-  out.reserve(out.size() + units + 1);
   if (pending_ != 0) {
     const char16_t high = pending_;
     pending_ = 0;
@@ -89,7 +101,7 @@ void odb_utf16_decoder::append(std::wstring& out, const SQLWCHAR* text, std::siz
       out.push_back(static_cast<wchar_t>(high));
     }
   }
-  pending_ = decode(out, text, units, true);
+  pending_ = append_decoded(out, text, units, true);
 }
 
 void odb_utf16_decoder::finish(std::wstring& out) {
