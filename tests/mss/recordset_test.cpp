@@ -324,6 +324,22 @@ TEST_F(RecordsetBatches, AHundredThousandRowsInOrderInBatchesOfOneHundred) {
   EXPECT_EQ(rs->position(), 100000);
 }
 
+// A table that fails or is abandoned part-way leaves its session usable for
+// the next statement: the rest of the result is dropped with the statement.
+TEST_F(RecordsetBatches, AnAbandonedRecordsetLeavesTheSessionUsable) {
+  {
+    auto rs = open(L"select * from bulk_rows");
+    rs->reset();
+    for (int i = 0; i < 150; ++i) rs->next();
+    EXPECT_EQ((*rs->get_item())[0].to_long(), 151);
+  }
+  EXPECT_EQ(odb_command(connection_).query_text(L"select count(*) from bulk_rows"),
+            std::optional<std::wstring>(L"100000"));
+  auto again = open(L"select id from t_100 order by id");
+  again->reset();
+  EXPECT_EQ((*again->get_item())[0].to_long(), 1);
+}
+
 // Twenty varchar(max) columns and a value of over 5,000,000 characters: the
 // value arrives whole, and so do the other nineteen.
 TEST_F(RecordsetBatches, ALongValueAmongManyLongColumnsArrivesWhole) {
