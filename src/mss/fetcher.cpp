@@ -41,6 +41,27 @@ char* put_digits(char* out, unsigned value, int n) {
   return out + n;
 }
 
+// Dates and times keep six fraction digits: a seventh (datetime2, time and
+// datetimeoffset carry 100 ns) is cut, as MariaDB cuts what its DATETIME(6)
+// cannot hold. Rounding it instead would carry 23:59:59.9999999 into a
+// midnight of the same day, because the parser wraps the clock without
+// carrying into the date.
+constexpr int max_fraction_digits = 6;
+
+// Cuts the fraction of a date or time text to max_fraction_digits, keeping
+// what follows it (a time-zone offset).
+std::string_view cut_fraction(std::string_view text, std::string& buffer) {
+  const std::size_t dot = text.find('.');  // the ISO forms hold no other dot
+  if (dot == std::string_view::npos) return text;
+  std::size_t end = dot + 1;
+  while (end < text.size() && text[end] >= '0' && text[end] <= '9') ++end;
+  const std::size_t digits = end - dot - 1;
+  if (digits <= static_cast<std::size_t>(max_fraction_digits)) return text;
+  buffer.assign(text.substr(0, dot + 1 + max_fraction_digits));
+  buffer.append(text.substr(end));
+  return buffer;
+}
+
 // SQL Server's text of a date ("2024-02-29") or a date and time
 // ("2024-02-29 12:34:56.1234567" with as many fraction digits as the
 // column's scale).
@@ -62,7 +83,7 @@ std::string_view timestamp_text(const SQL_TIMESTAMP_STRUCT& t, bool date_only, i
       *p++ = '.';
       char nine[9];
       put_digits(nine, static_cast<unsigned>(t.fraction), 9);
-      const int n = std::min(scale, 9);
+      const int n = std::min(scale, max_fraction_digits);
       std::memcpy(p, nine, static_cast<std::size_t>(n));
       p += n;
     }
@@ -303,7 +324,9 @@ void odb_fetcher::decode(const slot& s, const unsigned char* data, SQLLEN indica
       if (indicator < 0 || static_cast<std::size_t>(indicator) >= s.width) {
         cannot_hold(row, column, "its text is longer than its type allows");
       }
-      const std::string_view text(reinterpret_cast<const char*>(data), static_cast<std::size_t>(indicator));
+      std::string_view text(reinterpret_cast<const char*>(data), static_cast<std::size_t>(indicator));
+      std::string cut;
+      if (s.tag == ole_variant::vt_date) text = cut_fraction(text, cut);
       value = ole_variant::from_string(text, s.tag);
       size = static_cast<std::uint32_t>(2 * text.size());
       break;

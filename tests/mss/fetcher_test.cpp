@@ -203,21 +203,22 @@ TEST_F(Fetcher, FloatsAreExact) {
 TEST_F(Fetcher, DatesAndTimesWithSevenDigitsAndNegativeOffsets) {
   const fetched_table t = fetch_all(connection_, L"select * from t_datetime order by id");
   ASSERT_EQ(t.rows.size(), 4U);
-  // The texts SQL Server gives for these values.
+  // The texts SQL Server gives for these values, cut to six fraction digits
+  // (the seventh is truncated, never rounded into the next second).
   expect_row(t, 0,
              {ole_variant(1), from_text(L"0001-01-01", 7), from_text(L"00:00:00", 7), from_text(L"00:00:00.0000000", 7),
               from_text(L"0001-01-01 00:00:00", 7), from_text(L"0001-01-01 00:00:00.0000000", 7),
               from_text(L"0001-01-01 00:00:00.0000000 -14:00", 7), from_text(L"1753-01-01 00:00:00.000", 7),
               from_text(L"1900-01-01 00:00:00", 7)});
   expect_row(t, 1,
-             {ole_variant(2), from_text(L"9999-12-31", 7), from_text(L"23:59:59", 7), from_text(L"23:59:59.9999999", 7),
-              from_text(L"9999-12-31 23:59:59", 7), from_text(L"9999-12-31 23:59:59.9999999", 7),
-              from_text(L"9999-12-31 23:59:59.9999999 +14:00", 7), from_text(L"9999-12-31 23:59:59.997", 7),
+             {ole_variant(2), from_text(L"9999-12-31", 7), from_text(L"23:59:59", 7), from_text(L"23:59:59.999999", 7),
+              from_text(L"9999-12-31 23:59:59", 7), from_text(L"9999-12-31 23:59:59.999999", 7),
+              from_text(L"9999-12-31 23:59:59.999999 +14:00", 7), from_text(L"9999-12-31 23:59:59.997", 7),
               from_text(L"2079-06-06 23:59:00", 7)});
   expect_row(t, 2,
-             {ole_variant(3), from_text(L"2024-02-29", 7), from_text(L"12:34:56", 7), from_text(L"12:34:56.1234567", 7),
-              from_text(L"2024-02-29 12:34:56", 7), from_text(L"2024-02-29 12:34:56.1234567", 7),
-              from_text(L"2024-02-29 12:34:56.1234567 -05:30", 7), from_text(L"2024-02-29 12:34:56.123", 7),
+             {ole_variant(3), from_text(L"2024-02-29", 7), from_text(L"12:34:56", 7), from_text(L"12:34:56.123456", 7),
+              from_text(L"2024-02-29 12:34:56", 7), from_text(L"2024-02-29 12:34:56.123456", 7),
+              from_text(L"2024-02-29 12:34:56.123456 -05:30", 7), from_text(L"2024-02-29 12:34:56.123", 7),
               from_text(L"2024-02-29 12:35:00", 7)});
   expect_row(t, 3, {ole_variant(4), ole_variant(), ole_variant(), ole_variant(), ole_variant(), ole_variant(),
                     ole_variant(), ole_variant(), ole_variant()});
@@ -228,7 +229,17 @@ TEST_F(Fetcher, DatesAndTimesWithSevenDigitsAndNegativeOffsets) {
   EXPECT_EQ(dt2->src.wMonth, 2);
   EXPECT_EQ(dt2->src.wDay, 29);
   EXPECT_EQ(dt2->src.wSecond, 56);
-  EXPECT_EQ(dt2->microseconds, 123457);  // the values hold microseconds
+  EXPECT_EQ(dt2->microseconds, 123456);  // the values hold microseconds
+  // The last 100 ns before midnight stay on their day and second.
+  const ole_date* last = t.rows[1][5].get_date();
+  ASSERT_NE(last, nullptr);
+  EXPECT_EQ(last->to_string(true), "9999-12-31 23:59:59.999999");
+  const ole_date* last_time = t.rows[1][3].get_date();
+  ASSERT_NE(last_time, nullptr);
+  EXPECT_EQ(last_time->to_wstring(true), L"23:59:59.999999");
+  const ole_date* last_offset = t.rows[1][6].get_date();
+  ASSERT_NE(last_offset, nullptr);
+  EXPECT_EQ(last_offset->to_string(true), "9999-12-31 23:59:59.999999");
   const ole_date* dto = t.rows[2][6].get_date();
   ASSERT_NE(dto, nullptr);
   EXPECT_TRUE(dto->has_offset);
@@ -434,7 +445,7 @@ TEST_F(Batches, AHundredThousandRowsWithALongColumnOneByOne) {
   // Row 66 of the generated table (i = 65, VV = 01).
   EXPECT_EQ(describe(t.rows[65][1]), describe(ole_variant(L"row-01 \u00e4\u00f6\u00fc \u20ac")));
   EXPECT_EQ(describe(t.rows[65][2]), describe(ole_variant::from_wstring(L"1001.01", 14)));
-  EXPECT_EQ(describe(t.rows[65][3]), describe(ole_variant::from_wstring(L"2024-01-01 01:00:00.1234567", 7)));
+  EXPECT_EQ(describe(t.rows[65][3]), describe(ole_variant::from_wstring(L"2024-01-01 01:00:00.123456", 7)));
   std::wstring note;
   for (int i = 0; i < 12; ++i) note += L"note 01 ";
   EXPECT_EQ(describe(t.rows[65][4]), describe(ole_variant(note)));
