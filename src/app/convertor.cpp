@@ -105,7 +105,7 @@ void quillbridge_convertor::check_dest() {
 bool quillbridge_convertor::can_create_views() {
   LOG(1, "quillbridge_convertor::can_create_views");
   if (direct == 0) return true;
-  return engine.version() > k_views_version;
+  return mysql_engine().version() > k_views_version;
 }
 
 std::unique_ptr<udb_database> quillbridge_convertor::get_dest_base() {
@@ -146,7 +146,7 @@ std::unique_ptr<udb_database> quillbridge_convertor::open_source(const std::wstr
   return source_engine().open_db(name, open_mode, schema);
 }
 
-std::uint32_t quillbridge_convertor::dest_version() { return engine.version(); }
+std::uint32_t quillbridge_convertor::dest_version() { return mysql_engine().version(); }
 
 std::unique_ptr<udb_validator> quillbridge_convertor::create_tn_validator(std::uint32_t version) {
   return app_create_tn_validator(version);
@@ -155,16 +155,16 @@ std::unique_ptr<udb_validator> quillbridge_convertor::create_tn_validator(std::u
 void quillbridge_convertor::set_max_allowed_packet(std::uint32_t bytes) {
   // Without a connection there is no server to ask (and the client library
   // must not be handed an unconnected handle).
-  if (!engine.is_connected()) {
+  if (!mysql_engine().is_connected()) {
     LOG(2, "Not connected: max_allowed_packet stays as it is");
     return;
   }
-  engine.set_max_allowed_packet(bytes);
+  mysql_engine().set_max_allowed_packet(bytes);
 }
 
-std::uint8_t quillbridge_convertor::fast_mode() const { return engine.fast_mode() ? 1 : 0; }
+std::uint8_t quillbridge_convertor::fast_mode() const { return mysql_engine().fast_mode() ? 1 : 0; }
 
-void quillbridge_convertor::set_fast_mode(std::uint8_t value) { engine.set_fast_mode(value != 0); }
+void quillbridge_convertor::set_fast_mode(std::uint8_t value) { mysql_engine().set_fast_mode(value != 0); }
 
 udb_table_mutator* quillbridge_convertor::find_table_mutator(const std::wstring& source_name) {
   return mutators_ == nullptr ? nullptr : mutators_->get_table_mutator3(source_name);
@@ -183,9 +183,9 @@ bool quillbridge_convertor::load_profile(const udb_profile& profile) {
   set_view_owned(view_owned != 0);
   profile.get_flag_one_true(udb_profile_mysql_settings, L"direct mode", direct);
   std::wstring charset = profile.get_value(udb_profile_generic_settings, L"character set");
-  if (!charset.empty()) engine.set_charset(std::move(charset));
+  if (!charset.empty()) mysql_engine().set_charset(std::move(charset));
   std::wstring storage = profile.get_value(udb_profile_generic_settings, L"storage engine");
-  if (!storage.empty()) engine.set_storage_engine(std::move(storage));
+  if (!storage.empty()) mysql_engine().set_storage_engine(std::move(storage));
   load_table_names();
   return true;
 }
@@ -197,8 +197,8 @@ bool quillbridge_convertor::store_profile(udb_profile& profile, const std::strin
   mssql_converter_impl::store_profile(profile);
   profile.set_flag(udb_profile_generic_settings, L"view owned", is_view_owned != 0);
   profile.set_flag(udb_profile_mysql_settings, L"direct mode", direct != 0);
-  profile.set_value(udb_profile_generic_settings, L"character set", engine.charset());
-  profile.set_value(udb_profile_generic_settings, L"storage engine", engine.storage_engine());
+  profile.set_value(udb_profile_generic_settings, L"character set", mysql_engine().charset());
+  profile.set_value(udb_profile_generic_settings, L"storage engine", mysql_engine().storage_engine());
   store_selected_tables(profile);
   store_mutators(profile);
   return profile.store(path);
@@ -255,8 +255,8 @@ void quillbridge_convertor::serialize(bool store) {
   LOG(1, "serialize( %d )", store ? 1 : 0);
   tk_reg_key& key = reg_key();
   mysql_dump_options& dump = mysql_converter_impl::dump_options;
-  std::wstring charset = engine.charset();
-  std::wstring storage = engine.storage_engine();
+  std::wstring charset = mysql_engine().charset();
+  std::wstring storage = mysql_engine().storage_engine();
   std::uint8_t view_owned = is_view_owned;
   if (!store) {
     dump = mysql_dump_options{};
@@ -311,8 +311,8 @@ void quillbridge_convertor::serialize(bool store) {
     if (const int error = key.flush(); error != 0) LOG(3, "The per-user settings could not be written (error %d)", error);
     return;
   }
-  engine.set_charset(std::move(charset));
-  engine.set_storage_engine(std::move(storage));
+  mysql_engine().set_charset(std::move(charset));
+  mysql_engine().set_storage_engine(std::move(storage));
   set_view_owned(view_owned != 0);
 }
 

@@ -16,7 +16,7 @@
 // Ownership: the entry routine owns the converter (a local); the converter
 // owns the MySQL engine, the settings and the reports. The SQL Server engine,
 // the destination's database maker and the tree of the user's changes are
-// plugged in by their owners (set_engine, set_target, set_mutators) and must
+// plugged in by their owners (set_source_engine, set_target, set_mutators) and must
 // outlive their use.
 // Thread-safety: the wizard thread until a run starts; the worker during it
 // (see udb/converter.h for the fields the wizard reads meanwhile).
@@ -113,6 +113,11 @@ class quillbridge_convertor : public udb_converter,
   // Reads (store false) or writes (store true) the per-user settings. Logs
   // "serialize( %d )". Reading puts each default in place first.
   void serialize(bool store);
+
+  // The two engines (both halves name theirs `engine`).
+  sql_engine& mysql_engine() { return mysql_converter_impl::engine; }
+  [[nodiscard]] const sql_engine& mysql_engine() const { return mysql_converter_impl::engine; }
+  mss_engine& mssql_engine() { return mssql_converter_impl::engine; }
 
   // The user's changes to tables, or null for none.
   void set_mutators(udb_table_mutators* mutators) { mutators_ = mutators; }

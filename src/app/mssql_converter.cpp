@@ -12,18 +12,7 @@ mss_source_engine::~mss_source_engine() = default;
 
 namespace {
 
-constexpr const char* k_no_engine = "No SQL Server engine is available to this program.";
-
-// Stands in while no engine has been plugged in: every call fails clearly.
-class no_source_engine : public mss_source_engine {
- public:
-  std::unique_ptr<udb_database> open_db(const std::wstring& /*name*/, std::uint32_t /*mode*/,
-                                        const std::wstring& /*schema*/) override {
-    throw tk_exception(k_no_engine, 1);
-  }
-  bool is_db_exist(const std::wstring& /*name*/) override { throw tk_exception(k_no_engine, 1); }
-  std::vector<std::wstring> get_contents() override { throw tk_exception(k_no_engine, 1); }
-};
+constexpr const char* k_no_databases = "SQL Server databases cannot be opened by this build of the program yet.";
 
 const wchar_t* const k_section = udb_profile_mss_settings;
 
@@ -38,10 +27,16 @@ void store_text_if_any(udb_profile& profile, const std::wstring& key, const std:
 
 }  // namespace
 
-mssql_converter_impl::mssql_converter_impl()
-    : unavailable_(std::make_unique<no_source_engine>()), engine_(unavailable_.get()) {
-  mss_set_view_owned(is_view_owned != 0);
+std::unique_ptr<udb_database> mss_engine_source::open_db(const std::wstring& /*name*/, std::uint32_t /*mode*/,
+                                                         const std::wstring& /*schema*/) {
+  throw tk_exception(k_no_databases, 1);
 }
+
+bool mss_engine_source::is_db_exist(const std::wstring& /*name*/) { throw tk_exception(k_no_databases, 1); }
+
+std::vector<std::wstring> mss_engine_source::get_contents() { return engine_.get_contents(); }
+
+mssql_converter_impl::mssql_converter_impl() { mss_set_view_owned(is_view_owned != 0); }
 
 mssql_converter_impl::~mssql_converter_impl() = default;
 

@@ -3,18 +3,18 @@
 // It holds the settings of the source side as the wizard's SQL Server page
 // and the profile give them (server, login, password, Windows
 // authentication, "connect as DBO", "view owned", the schema filter and the
-// dump options of that side), the lists the page shows, and the engine
-// through which the converter reaches the server: mss_source_engine, the
-// few calls of the SQL Server engine that the converter makes (open a
-// database, does a database exist, which databases there are).
+// dump options of that side), the lists the page shows, and the SQL Server
+// engine (mss_engine, the connection settings the pages check).
 //
-// The engine is reached through that interface so that the converter, the
-// driver and their tests do not depend on how the server is reached; the
-// engine of the build is plugged in with set_engine. Until one is plugged
-// in, every call fails with a clear message.
+// The calls the converter makes of the server (open a database, does a
+// database exist, which databases there are) go through mss_source_engine,
+// so that the converter, the driver and their tests do not depend on how
+// the server is reached. By default that is mss_engine_source over the
+// member engine; set_source_engine plugs in another.
 //
-// Ownership: the converter owns its settings; the engine given to
-// set_engine belongs to the caller and must outlive its use.
+// Ownership: the converter owns its settings and the engine; an
+// mss_source_engine given to set_source_engine belongs to the caller and must
+// outlive its use.
 // Thread-safety: the wizard thread, or the worker during a run; one at a time.
 #pragma once
 
@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "mss/engine.h"
 #include "udb/database.h"
 
 namespace qb {
@@ -45,6 +46,22 @@ class mss_source_engine {
   virtual bool is_db_exist(const std::wstring& name) = 0;
   // The names of the server's databases.
   virtual std::vector<std::wstring> get_contents() = 0;
+};
+
+// The calls over the converter's mss_engine. The list of databases comes
+// from the engine; opening a database and asking whether one exists are not
+// part of the engine yet, and fail with a clear message.
+class mss_engine_source : public mss_source_engine {
+ public:
+  explicit mss_engine_source(mss_engine& engine) : engine_(engine) {}
+  std::unique_ptr<udb_database> open_db(const std::wstring& name, std::uint32_t mode,
+                                        const std::wstring& schema) override;
+  bool is_db_exist(const std::wstring& name) override;
+  // mss_engine::get_contents: not connected, an internal error.
+  std::vector<std::wstring> get_contents() override;
+
+ private:
+  mss_engine& engine_;
 };
 
 // The options of the SQL Server dump side, kept with the settings; saved in
@@ -91,25 +108,27 @@ class mssql_converter_impl {
   // empty. Returns true.
   bool store_profile(udb_profile& profile) const;
 
-  // The engine the converter uses; set_engine plugs in the build's own.
+  // The calls the converter makes of the server; set_source_engine plugs in
+  // another than the default over `engine`.
   [[nodiscard]] mss_source_engine& source_engine() const { return *engine_; }
-  void set_engine(mss_source_engine& engine) { engine_ = &engine; }
+  void set_source_engine(mss_source_engine& source) { engine_ = &source; }
 
   std::uint8_t b_sec_log = 1;  // Windows authentication
   std::wstring mss_schema;     // schema filter; empty: all
   mss_dump_options dump_options;
+  mss_engine engine;
   std::vector<std::wstring> databases;
   std::vector<std::wstring> schemas;
   std::wstring host;
   std::wstring user;
   std::wstring password;
-  // Settings of the engine, kept here for it.
+  // Settings that belong to the engine, kept here until it carries them.
   std::uint8_t as_dbo = 1;
   std::uint8_t is_view_owned = 1;
 
  private:
-  std::unique_ptr<mss_source_engine> unavailable_;
-  mss_source_engine* engine_;
+  mss_engine_source own_source_{engine};
+  mss_source_engine* engine_ = &own_source_;
 };
 
 }  // namespace qb

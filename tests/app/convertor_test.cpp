@@ -20,7 +20,7 @@ namespace {
 class Convertor : public ::testing::Test {
  protected:
   Convertor() {
-    converter.set_engine(source);
+    converter.set_source_engine(source);
     converter.set_target(target);
     converter.src = L"sales";
   }
@@ -50,7 +50,9 @@ TEST_F(Convertor, ConstructionRunsItsPartsInOrderAndRegisters) {
   EXPECT_TRUE(lines_in_order(capture.text(), {"udb_converter::ctor", "sql_engine::initialize", "quillbridge_convertor::ctor",
                                               "serialize( 0 )"}));
   EXPECT_EQ(tk_singleton<quillbridge_convertor>::try_instance(), &converter);
-  EXPECT_EQ(tk_singleton<sql_engine>::try_instance(), &converter.engine);
+  EXPECT_EQ(tk_singleton<sql_engine>::try_instance(), &converter.mysql_engine());
+  EXPECT_EQ(tk_singleton<mss_engine>::try_instance(), &converter.mssql_engine());
+  EXPECT_TRUE(lines_in_order(capture.text(), {"udb_converter::ctor", "mss_engine::ctor", "sql_engine::initialize"}));
 }
 
 TEST_F(Convertor, SecondConverterLeavesTheFirstInPlaceAndClearsItAtItsEnd) {
@@ -68,8 +70,8 @@ TEST_F(Convertor, StartsWithTheDefaultsWhenNothingIsSaved) {
   EXPECT_EQ(converter.only_definitions, 0);
   EXPECT_EQ(converter.skip_indexes, 0);
   EXPECT_EQ(converter.port, "3306");
-  EXPECT_EQ(converter.engine.charset(), L"utf8");
-  EXPECT_EQ(converter.engine.storage_engine(), L"InnoDB");
+  EXPECT_EQ(converter.mysql_engine().charset(), L"utf8");
+  EXPECT_EQ(converter.mysql_engine().storage_engine(), L"InnoDB");
   EXPECT_EQ(converter.b_sec_log, 1);
   EXPECT_EQ(converter.as_dbo, 1);
   EXPECT_EQ(converter.is_view_owned, 1);
@@ -90,7 +92,7 @@ TEST_F(Convertor, PerUserSettingsAreSavedAtTheEndAndReadAtTheStart) {
     first.mysql_converter_impl::dump_options.line_break = 1;
     first.mysql_converter_impl::dump_options.new_version = 0;
     first.as_dbo = 0;
-    first.engine.set_charset(L"latin1");
+    first.mysql_engine().set_charset(L"latin1");
     first.convert_views = 0;
     first.dest = L"shop";
     first.direct = 0;
@@ -106,7 +108,7 @@ TEST_F(Convertor, PerUserSettingsAreSavedAtTheEndAndReadAtTheStart) {
     first.skip_indexes = 1;
     first.src = L"crm";
     first.only_definitions = 1;
-    first.engine.set_storage_engine(L"MyISAM");
+    first.mysql_engine().set_storage_engine(L"MyISAM");
     first.mysql_converter_impl::user = "root";
     first.is_view_owned = 0;
   }
@@ -127,7 +129,7 @@ TEST_F(Convertor, PerUserSettingsAreSavedAtTheEndAndReadAtTheStart) {
   EXPECT_EQ(second.mysql_converter_impl::dump_options.line_break, 1U);
   EXPECT_EQ(second.mysql_converter_impl::dump_options.new_version, 0);
   EXPECT_EQ(second.as_dbo, 0);
-  EXPECT_EQ(second.engine.charset(), L"latin1");
+  EXPECT_EQ(second.mysql_engine().charset(), L"latin1");
   EXPECT_EQ(second.convert_views, 0);
   EXPECT_EQ(second.dest, L"shop");
   EXPECT_EQ(second.direct, 0);
@@ -143,7 +145,7 @@ TEST_F(Convertor, PerUserSettingsAreSavedAtTheEndAndReadAtTheStart) {
   EXPECT_EQ(second.skip_indexes, 1);
   EXPECT_EQ(second.src, L"crm");
   EXPECT_EQ(second.only_definitions, 1);
-  EXPECT_EQ(second.engine.storage_engine(), L"MyISAM");
+  EXPECT_EQ(second.mysql_engine().storage_engine(), L"MyISAM");
   EXPECT_EQ(second.mysql_converter_impl::user, "root");
   EXPECT_EQ(second.is_view_owned, 0);
 }
@@ -326,22 +328,22 @@ TEST_F(Convertor, DumpDestinationCheckFailuresStopCheckDest) {
 
 TEST_F(Convertor, DumpFileAlwaysTakesViews) {
   converter.direct = 0;
-  converter.engine.set_version(0x031401);
+  converter.mysql_engine().set_version(0x031401);
   EXPECT_TRUE(converter.can_create_views());
   EXPECT_TRUE(capture.has_line("quillbridge_convertor::can_create_views"));
 }
 
 TEST_F(Convertor, ServerTakesViewsAboveVersion500) {
-  converter.engine.set_version(0x50000);
+  converter.mysql_engine().set_version(0x50000);
   EXPECT_FALSE(converter.can_create_views());
-  converter.engine.set_version(0x50001);
+  converter.mysql_engine().set_version(0x50001);
   EXPECT_TRUE(converter.can_create_views());
 }
 
 // --- MySQL front end ---------------------------------------------------------------------
 
 TEST_F(Convertor, DatabaseNameOfAnOldServer) {
-  converter.engine.set_version(0x040017);
+  converter.mysql_engine().set_version(0x040017);
   EXPECT_EQ(failure_of([&] { converter.check_mysql_db_name(L"shop"); }), "");
   EXPECT_EQ(failure_of([&] { converter.check_mysql_db_name(L"1shop"); }),
             "Not a valid MySQL database name. It cannot consist only of numbers\nor start with a digit and must "
@@ -352,7 +354,7 @@ TEST_F(Convertor, DatabaseNameOfAnOldServer) {
 }
 
 TEST_F(Convertor, DatabaseNameOfANewServer) {
-  converter.engine.set_version(0x040100);
+  converter.mysql_engine().set_version(0x040100);
   EXPECT_EQ(failure_of([&] { converter.check_mysql_db_name(L"1shop"); }), "");
   EXPECT_EQ(failure_of([&] { converter.check_mysql_db_name(L"a/b"); }),
             "Not a valid MySQL database name. Use alphanumeric characters\r\n(A-Z, a-z, 0-9), '_', '$' and spaces to "
@@ -364,7 +366,7 @@ TEST_F(Convertor, PortWithoutANumberIsRefused) {
     converter.port = port;
     EXPECT_EQ(failure_of([&] { converter.connect_mysql_server(); }), "Invalid port number") << port;
   }
-  EXPECT_FALSE(converter.engine.is_connected());
+  EXPECT_FALSE(converter.mysql_engine().is_connected());
   EXPECT_TRUE(capture.has_line("mysql_converter_impl::connect_mysql_server"));
 }
 
@@ -377,8 +379,8 @@ TEST_F(Convertor, ConnectsToTheServerWithItsSettings) {
 
   converter.connect_mysql_server();
 
-  EXPECT_TRUE(converter.engine.is_connected());
-  EXPECT_GT(converter.engine.version(), 0x050000U);
+  EXPECT_TRUE(converter.mysql_engine().is_connected());
+  EXPECT_GT(converter.mysql_engine().version(), 0x050000U);
 }
 
 // The server's databases through the engine itself, without a plugged-in target.
@@ -393,7 +395,7 @@ TEST(ConvertorServer, TestsForAndDropsADatabase) {
   converter.mysql_converter_impl::password = server.account().password;
   converter.connect_mysql_server();
   const std::string name = "qb_app_" + std::to_string(::getpid());
-  converter.engine.run("CREATE DATABASE IF NOT EXISTS `" + name + "`");
+  converter.mysql_engine().run("CREATE DATABASE IF NOT EXISTS `" + name + "`");
   converter.dest = tk_utf8_decode(name);
 
   EXPECT_TRUE(converter.is_mysql_base_exist(converter.dest));
@@ -523,9 +525,12 @@ TEST(ConvertorSource, WithoutAnEngineEveryQuestionFailsClearly) {
     converter.get_all_tables(tables);
     FAIL() << "no failure";
   } catch (const tk_exception& e) {
-    EXPECT_STREQ(e.what(), "No SQL Server engine is available to this program.");
+    EXPECT_STREQ(e.what(), "SQL Server databases cannot be opened by this build of the program yet.");
   }
   EXPECT_EQ(converter.test_query(L"select 1"), 0);
+  // The list of databases is the engine's own, which wants a connection.
+  std::vector<std::wstring> names;
+  EXPECT_THROW(converter.get_contents(names), tk_mail_assertion);
 }
 
 // --- a whole run through the converter -----------------------------------------------
@@ -538,7 +543,7 @@ TEST_F(Convertor, RunsAConversionIntoADump) {
   converter.selected_views = {{L"v", L"select 1"}};
   converter.direct = 0;
   converter.dest = L"/tmp/out.sql";
-  converter.engine.set_version(0x40100);
+  converter.mysql_engine().set_version(0x40100);
 
   EXPECT_EQ(converter(), 0);
 
@@ -560,7 +565,7 @@ TEST_F(Convertor, RunsAConversionIntoAServerDatabase) {
   converter.selected_tables = {L"[dbo].[people]"};
   converter.dest = L"shop";
   converter.mode = 1;
-  converter.engine.set_version(0x050700);
+  converter.mysql_engine().set_version(0x050700);
 
   converter();
 
@@ -571,7 +576,7 @@ TEST_F(Convertor, RunsAConversionIntoAServerDatabase) {
   // A server is asked for the larger packet; without a connection there is
   // none to ask.
   EXPECT_TRUE(capture.has_line("Not connected: max_allowed_packet stays as it is"));
-  EXPECT_TRUE(converter.engine.fast_mode());
+  EXPECT_TRUE(converter.mysql_engine().fast_mode());
 }
 
 }  // namespace

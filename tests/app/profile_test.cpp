@@ -91,8 +91,8 @@ TEST_F(Profile, LoadsEveryKey) {
   EXPECT_EQ(converter.only_definitions, 1);
   EXPECT_EQ(converter.mode, 3U);
   EXPECT_EQ(converter.is_view_owned, 0);
-  EXPECT_EQ(converter.engine.charset(), L"latin1");
-  EXPECT_EQ(converter.engine.storage_engine(), L"MyISAM");
+  EXPECT_EQ(converter.mysql_engine().charset(), L"latin1");
+  EXPECT_EQ(converter.mysql_engine().storage_engine(), L"MyISAM");
   EXPECT_EQ(converter.mssql_converter_impl::host, L"mssql1\\inst");
   EXPECT_EQ(converter.mssql_converter_impl::user, L"sa");
   EXPECT_EQ(converter.mssql_converter_impl::password, L"p=w");
@@ -320,7 +320,7 @@ TEST_F(Profile, StoredProfileLoadsBackTheSame) {
   EXPECT_EQ(again.mysql_converter_impl::password, converter.mysql_converter_impl::password);
   EXPECT_EQ(again.mssql_converter_impl::password, converter.mssql_converter_impl::password);
   EXPECT_EQ(again.direct, converter.direct);
-  EXPECT_EQ(again.engine.charset(), converter.engine.charset());
+  EXPECT_EQ(again.mysql_engine().charset(), converter.mysql_engine().charset());
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ class test_front_end : public program_front_end {
   void converter_created(quillbridge_convertor& converter) override {
     LOG(1, "front end: converter_created");
     if (!plug_engines) return;
-    converter.set_engine(source);
+    converter.set_source_engine(source);
     converter.set_target(target);
   }
   wizard_shell& create_shell(quillbridge_convertor& /*converter*/, bool quick_launch) override {
@@ -174,7 +174,7 @@ TEST_F(Program, QuickLaunchToADumpChecksTheDestinationWithoutTheServer) {
   bool old_dump_gone = false;
   front_end.in_sheet = [&](quillbridge_convertor& converter) {
     old_dump_gone = !file_exists(dump);
-    converter.engine.set_version(0x40100);  // what the dump page sets for "dump new version"
+    converter.mysql_engine().set_version(0x40100);  // what the dump page sets for "dump new version"
   };
   front_end.run_conversion = true;
 
@@ -210,7 +210,7 @@ TEST_F(Program, QuickLaunchToAServerConnectsThenChecksTheDestination) {
   bool connected = false;
   bool dropped = false;
   front_end.in_sheet = [&](quillbridge_convertor& converter) {
-    connected = converter.engine.is_connected();
+    connected = converter.mysql_engine().is_connected();
     dropped = !converter.is_mysql_base_exist(converter.dest);
   };
 
