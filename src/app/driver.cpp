@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mss/table_names.h"
+#include "sql/compat_functions.h"
 #include "sql/exception.h"
 #include "tk/error_handler.h"
 #include "tk/exception.h"
@@ -401,7 +402,15 @@ void conversion_run::convert_views() {
   udb_view_report& report = c_.view_report;
   report.attempted = true;
   report.handed = static_cast<std::uint32_t>(views.size());
-  if (!views.empty()) dest_->create_views(views);
+  if (!views.empty()) {
+    // The stand-ins for SQL Server functions go first, so that a view that
+    // calls one finds it.
+    const int made = sql_create_compat_functions([this](const std::wstring& statement) {
+      static_cast<void>(dest_->query(statement));
+    });
+    LOG(2, "Compatibility functions: %d of %d created", made, static_cast<int>(sql_compat_function_count));
+    dest_->create_views(views);
+  }
   const udb_view_counts counts = dest_->view_counts();
   if (!counts.known) {
     LOG(3, "Views: %d handed to the destination, which does not report the outcome", report.handed);

@@ -228,6 +228,10 @@ class watched_dest : public memory_database {
     log_.calls.emplace_back("create_views");
     memory_database::create_views(views);
   }
+  std::unique_ptr<udb_recordset> query(const std::wstring& statement) override {
+    log_.calls.emplace_back("query");
+    return memory_database::query(statement);
+  }
   bool delete_tab(const std::wstring& name) override {
     log_.calls.emplace_back("delete_tab");
     return memory_database::delete_tab(name);

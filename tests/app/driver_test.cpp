@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "app_fixtures.h"
+#include "sql/compat_functions.h"
 #include "support/temp_dir.h"
 #include "tk/log.h"
 
@@ -86,8 +87,12 @@ TEST_F(Driver, EmptyWorkListStillRunsTheClosingSteps) {
   EXPECT_EQ(ui.shell.log_text(), L"Converting database 'sales' (0 tables)\r\n");
   EXPECT_TRUE(lines_in_order(log(), {"Converting database 'sales' (0 tables)", ""}));
   EXPECT_TRUE(converter.table_reports.empty());
-  EXPECT_EQ(services.watch.calls,
-            (std::vector<std::string>{"create_relationships", "create_views", "dest closed", "source closed"}));
+  std::vector<std::string> expected{"create_relationships"};
+  expected.insert(expected.end(), 2 * sql_compat_function_count, "query");  // each function: drop, create
+  expected.insert(expected.end(), {"create_views", "dest closed", "source closed"});
+  EXPECT_EQ(services.watch.calls, expected);
+  ASSERT_EQ(services.dest.statements.size(), 2 * sql_compat_function_count);
+  EXPECT_EQ(services.dest.statements[0], L"DROP FUNCTION IF EXISTS SQUARE");
   ASSERT_EQ(services.dest.created_views.size(), 1U);
   EXPECT_TRUE(logged("Views: 1 converted, 0 failed"));
   expect_finished_last();
@@ -783,6 +788,12 @@ TEST_F(Driver, DumpRunHasNoPacketStep) {
 }
 
 // --- views ----------------------------------------------------------------------------
+
+TEST_F(Driver, NoViewsNoFunctions) {
+  run();
+  EXPECT_TRUE(services.dest.statements.empty());
+  EXPECT_TRUE(logged("Views: 0 converted, 0 failed"));
+}
 
 TEST_F(Driver, ViewsAreNotConvertedWhenSwitchedOff) {
   services.source.views = {{L"v", L"select 1"}};
