@@ -1,8 +1,8 @@
 #include "app/convertor.h"
 
-#include <unistd.h>
-
 #include <algorithm>
+
+#include <unistd.h>
 
 #include "app/tn_validator.h"
 #include "mss/table_names.h"
@@ -243,8 +243,9 @@ void quillbridge_convertor::store_selected_tables(udb_profile& profile) const {
     }
   }
   for (const std::wstring& table : selected_tables) {
-    const bool listed = std::any_of(queries.begin(), queries.end(),
-                                    [&](const udb_named_text& entry) { return entry.second.empty() && entry.first == table; });
+    const bool listed = std::any_of(queries.begin(), queries.end(), [&](const udb_named_text& entry) {
+      return entry.second.empty() && entry.first == table;
+    });
     if (!listed) profile.set_value(section, composed_name(table), std::wstring());
   }
 }
@@ -308,7 +309,8 @@ void quillbridge_convertor::serialize(bool store) {
   tk_reg_exchange(key, "user", mysql_converter_impl::user, store);
   tk_reg_exchange(key, "view_owned", view_owned, store);
   if (store) {
-    if (const int error = key.flush(); error != 0) LOG(3, "The per-user settings could not be written (error %d)", error);
+    if (const int error = key.flush(); error != 0)
+      LOG(3, "The per-user settings could not be written (error %d)", error);
     return;
   }
   mysql_engine().set_charset(std::move(charset));

@@ -112,9 +112,7 @@ class conversion_run {
   void convert_views();
   [[nodiscard]] udb_view_list chosen_views() const;
   [[nodiscard]] bool cancel_requested() const { return c_.b_cancel.load() != 0; }
-  [[nodiscard]] bool merging() const {
-    return c_.mode == udb_mode_merge || c_.mode == udb_mode_synchronize;
-  }
+  [[nodiscard]] bool merging() const { return c_.mode == udb_mode_merge || c_.mode == udb_mode_synchronize; }
 
   udb_converter& c_;
   conversion_services& s_;
@@ -302,8 +300,8 @@ entry_end conversion_run::copy_rows(udb_recordset& source, udb_recordset& destin
   source.reset();
   while (!source.is_eof()) {
     if (cancel_requested()) {
-      LOG(3, "Conversion cancelled by the user in '%s' after record #%I64u of %I64u", name,
-          c_.n_done_records.load(), c_.n_records.load());
+      LOG(3, "Conversion cancelled by the user in '%s' after record #%I64u of %I64u", name, c_.n_done_records.load(),
+          c_.n_records.load());
       wizard_shell::write_log(tk_wformat(L"Conversion cancelled in '%s'\r\n", name));
       report.cancelled = true;
       return entry_end::cancelled;
@@ -405,9 +403,8 @@ void conversion_run::convert_views() {
   if (!views.empty()) {
     // The stand-ins for SQL Server functions go first, so that a view that
     // calls one finds it.
-    const int made = sql_create_compat_functions([this](const std::wstring& statement) {
-      static_cast<void>(dest_->query(statement));
-    });
+    const int made = sql_create_compat_functions(
+        [this](const std::wstring& statement) { static_cast<void>(dest_->query(statement)); });
     LOG(2, "Compatibility functions: %d of %d created", made, static_cast<int>(sql_compat_function_count));
     dest_->create_views(views);
   }
@@ -430,14 +427,14 @@ void conversion_run::convert_views() {
 udb_view_list conversion_run::chosen_views() const {
   udb_view_list chosen;
   const udb_view_list& current = source_->views();
-  for (const auto& [name, saved] : c_.selected_views) {
+  for (const udb_named_text& selected : c_.selected_views) {
     const auto it = std::find_if(current.begin(), current.end(),
-                                 [&](const udb_view& view) { return udb_equal_names(view.first, name); });
+                                 [&](const udb_view& view) { return udb_equal_names(view.first, selected.first); });
     if (it != current.end()) {
       chosen.push_back(*it);
     } else {
-      LOG(2, "View '%s' is not in the source; its saved definition is used", name);
-      chosen.emplace_back(name, saved);
+      LOG(2, "View '%s' is not in the source; its saved definition is used", selected.first);
+      chosen.push_back(selected);
     }
   }
   return chosen;

@@ -22,8 +22,7 @@ std::wstring app_tn_validator::get_safe_name(const std::wstring& name) const {
 std::unique_ptr<udb_validator> app_create_tn_validator(std::uint32_t version) {
   LOG(1, "sql_engine::create_tn_validator");
   LOG(2, "is_old_version(%08X)", version);
-  const sql_name_family family =
-      version < sql_version_4_1_0 ? sql_name_family::old_style : sql_name_family::new_style;
+  const sql_name_family family = version < sql_version_4_1_0 ? sql_name_family::old_style : sql_name_family::new_style;
   return std::make_unique<app_tn_validator>(family);
 }
 

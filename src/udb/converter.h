@@ -42,12 +42,12 @@ inline constexpr std::uint32_t udb_open_bit_20 = 0x20;     // stored with the mo
 inline constexpr std::uint32_t udb_open_no_views = 0x80;   // view definitions are not read
 inline constexpr std::uint32_t udb_open_replace = 0x100;   // rows go as REPLACE instead of INSERT
 // The modes in use.
-inline constexpr std::uint32_t udb_open_source = 0x01;                // data, and a table's schema
-inline constexpr std::uint32_t udb_open_source_views = 0x21;          // the list of views
-inline constexpr std::uint32_t udb_open_source_tables = 0xA1;         // the list of tables, the schemas
-inline constexpr std::uint32_t udb_open_dest_overwrite = 0xA4;        // destination, scenario 0
-inline constexpr std::uint32_t udb_open_dest_update = 0xA8;           // destination, scenarios 1 to 3
-inline constexpr std::uint32_t udb_open_dest_synchronize = 0x1A0;     // destination, scenario 4
+inline constexpr std::uint32_t udb_open_source = 0x01;             // data, and a table's schema
+inline constexpr std::uint32_t udb_open_source_views = 0x21;       // the list of views
+inline constexpr std::uint32_t udb_open_source_tables = 0xA1;      // the list of tables, the schemas
+inline constexpr std::uint32_t udb_open_dest_overwrite = 0xA4;     // destination, scenario 0
+inline constexpr std::uint32_t udb_open_dest_update = 0xA8;        // destination, scenarios 1 to 3
+inline constexpr std::uint32_t udb_open_dest_synchronize = 0x1A0;  // destination, scenario 4
 // Table-open flags, the last argument of get_table and get_query.
 inline constexpr std::uint32_t udb_table_read = 1;    // the driver reads a source
 inline constexpr std::uint32_t udb_table_reopen = 8;  // create_table reopens an existing table

@@ -18,11 +18,12 @@
 #include "app/driver.h"
 #include "app/tn_validator.h"
 #include "sql/exception.h"
-#include "support/memory_database.h"
-#include "support/temp_dir.h"
 #include "tk/error_handler.h"
 #include "tk/error_tables.h"
 #include "tk/headless_shell.h"
+
+#include "support/memory_database.h"
+#include "support/temp_dir.h"
 
 namespace qb::test {
 
@@ -89,8 +90,7 @@ class scoped_env {
 // directory: the per-user settings and the program's log land there.
 class user_folders {
  public:
-  user_folders()
-      : home_("HOME", dir_.path()), config_("XDG_CONFIG_HOME", dir_.path() + "/config") {}
+  user_folders() : home_("HOME", dir_.path()), config_("XDG_CONFIG_HOME", dir_.path() + "/config") {}
   [[nodiscard]] const std::string& path() const { return dir_.path(); }
   [[nodiscard]] std::string settings_file() const { return dir_.path() + "/config/Varnholt/Quillbridge.conf"; }
 
@@ -119,9 +119,9 @@ inline sql_exception duplicate_key() {
 
 // What the watched databases saw.
 struct watch_log {
-  std::vector<std::string> calls;            // "create_relationships", "create_views", "dest closed", ...
-  std::vector<int> finished_at_close;        // the finished flag when a database or recordset went
-  int resets = 0;                            // reset calls on source recordsets
+  std::vector<std::string> calls;      // "create_relationships", "create_views", "dest closed", ...
+  std::vector<int> finished_at_close;  // the finished flag when a database or recordset went
+  int resets = 0;                      // reset calls on source recordsets
   const std::atomic<std::uint8_t>* finished = nullptr;
 
   void closed(const char* what) {
@@ -246,7 +246,7 @@ class watched_dest : public memory_database {
 class test_table_mutator : public udb_table_mutator {
  public:
   std::wstring new_name;
-  std::map<std::wstring, std::wstring> renames;  // source column -> target column
+  std::map<std::wstring, std::wstring> renames;   // source column -> target column
   std::function<void(const udb_record&)> on_row;  // sees each row that modify2 changes
 
   void modify1(std::wstring& name, udb_schema& schema) override {

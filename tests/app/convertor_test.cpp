@@ -2,17 +2,18 @@
 // ends of both engines, the destination checks.
 #include "app/convertor.h"
 
+#include <set>
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <set>
+#include "tk/strings.h"
+#include "tk/utf.h"
 
 #include "app_fixtures.h"
 #include "support/mariadb_server.h"
 #include "support/temp_dir.h"
-#include "tk/strings.h"
-#include "tk/utf.h"
 
 namespace qb::test {
 namespace {
@@ -47,8 +48,8 @@ class Convertor : public ::testing::Test {
 // --- construction and per-user settings --------------------------------------------
 
 TEST_F(Convertor, ConstructionRunsItsPartsInOrderAndRegisters) {
-  EXPECT_TRUE(lines_in_order(capture.text(), {"udb_converter::ctor", "sql_engine::initialize", "quillbridge_convertor::ctor",
-                                              "serialize( 0 )"}));
+  EXPECT_TRUE(lines_in_order(capture.text(), {"udb_converter::ctor", "sql_engine::initialize",
+                                              "quillbridge_convertor::ctor", "serialize( 0 )"}));
   EXPECT_EQ(tk_singleton<quillbridge_convertor>::try_instance(), &converter);
   EXPECT_EQ(tk_singleton<sql_engine>::try_instance(), &converter.mysql_engine());
   EXPECT_EQ(tk_singleton<mss_engine>::try_instance(), &converter.mssql_engine());
@@ -116,9 +117,9 @@ TEST_F(Convertor, PerUserSettingsAreSavedAtTheEndAndReadAtTheStart) {
   EXPECT_TRUE(capture.has_line("serialize( 1 )"));
 
   const std::string text = read_file(folders.settings_file());
-  for (const char* line : {"dmp_line_br=dword:1", "dmp_new_ver=dword:0", "as_dbo=dword:0",
-                                  "char_set=wtext:latin1", "direct=dword:0", "host=text:db1", "port=text:3307",
-                                  "pswd=text:secret", "mssqlu=wtext:Åsa", "tab_type=wtext:MyISAM", "view_owned=dword:0"}) {
+  for (const char* line : {"dmp_line_br=dword:1", "dmp_new_ver=dword:0", "as_dbo=dword:0", "char_set=wtext:latin1",
+                           "direct=dword:0", "host=text:db1", "port=text:3307", "pswd=text:secret", "mssqlu=wtext:Åsa",
+                           "tab_type=wtext:MyISAM", "view_owned=dword:0"}) {
     EXPECT_NE(text.find(std::string(line) + "\n"), std::string::npos) << line;
   }
   struct stat info {};
@@ -162,12 +163,11 @@ TEST_F(Convertor, PerUserSettingsUseTheNamesOfTheRegistryTable) {
     if (!line.empty() && line[0] != '#') names.insert(line.substr(0, line.find('=')));
     start = end + 1;
   }
-  const std::set<std::string> expected{"dmp_line_br", "dmp_new_ver", "dmp_loc_wri", "dmp_ins_com", "dmp_ins_db",
-                                       "dmp_ins_tab", "as_dbo",      "char_set",    "convert_views", "dest",
-                                       "direct",      "host",        "log_file",    "port",          "pswd",
-                                       "mss_schema",  "mssqlh",      "mssqlp",      "mssqlu",        "sec_log",
-                                       "skip_idx",    "src",         "tab_def",     "tab_type",      "user",
-                                       "view_owned"};
+  const std::set<std::string> expected{
+      "dmp_line_br", "dmp_new_ver",   "dmp_loc_wri", "dmp_ins_com", "dmp_ins_db", "dmp_ins_tab", "as_dbo",
+      "char_set",    "convert_views", "dest",        "direct",      "host",       "log_file",    "port",
+      "pswd",        "mss_schema",    "mssqlh",      "mssqlp",      "mssqlu",     "sec_log",     "skip_idx",
+      "src",         "tab_def",       "tab_type",    "user",        "view_owned"};
   EXPECT_EQ(names, expected);
   EXPECT_NE(text.find("port=text:3306\n"), std::string::npos);
   EXPECT_NE(text.find("tab_type=wtext:InnoDB\n"), std::string::npos);
@@ -227,9 +227,9 @@ TEST_F(Convertor, OverwriteDropsAnExistingServerDatabase) {
   converter.dest = L"shop";
   converter.check_dest();
   EXPECT_EQ(target.deleted, (std::vector<std::wstring>{L"shop"}));
-  EXPECT_TRUE(lines_in_order(capture.text(), {"quillbridge_convertor::check_dest",
-                                              "mysql_converter_impl::is_mysql_base_exist( shop )",
-                                              "mysql_converter_impl::del_mysql_base (shop)"}));
+  EXPECT_TRUE(lines_in_order(capture.text(),
+                             {"quillbridge_convertor::check_dest", "mysql_converter_impl::is_mysql_base_exist( shop )",
+                              "mysql_converter_impl::del_mysql_base (shop)"}));
 }
 
 TEST_F(Convertor, OverwriteOfAMissingServerDatabaseDeletesNothing) {
@@ -312,8 +312,9 @@ TEST(CommonCheckDest, RefusesAFolderWithoutWriteAccess) {
     common_check_dest(L"/proc/quillbridge-out.sql");
     FAIL() << "a folder without write access passed";
   } catch (const tk_exception_ex& e) {
-    EXPECT_STREQ(e.what(),
-                 "Cannot create or write into the destination file.\nRun the program as Administrator or change folder.");
+    EXPECT_STREQ(
+        e.what(),
+        "Cannot create or write into the destination file.\nRun the program as Administrator or change folder.");
   }
 }
 

@@ -1,16 +1,17 @@
 // The conversion driver against in-memory source and destination databases.
 #include "app/driver.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <regex>
 #include <stdexcept>
 
-#include "app_fixtures.h"
+#include <gtest/gtest.h>
+
 #include "sql/compat_functions.h"
-#include "support/temp_dir.h"
 #include "tk/log.h"
+
+#include "app_fixtures.h"
+#include "support/temp_dir.h"
 
 namespace qb::test {
 namespace {
@@ -131,7 +132,8 @@ TEST_F(Driver, CopiesEveryRowAndCountsBothSides) {
   EXPECT_EQ(report.not_written, 0U);
   EXPECT_TRUE(report.counted_by_destination);
   EXPECT_TRUE(logged("Converting table [dbo].[people] (3 records)"));
-  EXPECT_TRUE(logged("Table '[dbo].[people]': 3 read, 3 written, 0 not written (duplicate keys or errors), 0 warnings"));
+  EXPECT_TRUE(
+      logged("Table '[dbo].[people]': 3 read, 3 written, 0 not written (duplicate keys or errors), 0 warnings"));
   // The selected tables joined the work list, which stays extended.
   EXPECT_EQ(converter.queries, (udb_named_texts{{L"[dbo].[people]", L""}}));
   // The progress counters are back at zero for the closing text.
@@ -158,7 +160,8 @@ TEST_F(Driver, CustomQueriesComeBeforeTheSelectedTables) {
   EXPECT_EQ(converter.table_reports[1].name, L"[dbo].[people]");
   EXPECT_EQ(dest_table(L"top").rows.size(), 1U);
   EXPECT_TRUE(logged("Converting database 'sales' (2 tables)"));
-  EXPECT_TRUE(lines_in_order(log(), {"Converting table top (1 records)", "Converting table [dbo].[people] (1 records)"}));
+  EXPECT_TRUE(
+      lines_in_order(log(), {"Converting table top (1 records)", "Converting table [dbo].[people] (1 records)"}));
 }
 
 TEST_F(Driver, OpensTheSourceReadOnlyWithTheSchemaFilter) {
@@ -320,7 +323,8 @@ TEST_F(Driver, MergeDropsDuplicateRowsSilentlyAndCountsThem) {
   EXPECT_EQ(report.read, 2U);
   EXPECT_EQ(report.written, 1U);
   EXPECT_EQ(report.not_written, 1U);
-  EXPECT_TRUE(logged("Table '[dbo].[people]': 2 read, 1 written, 1 not written (duplicate keys or errors), 0 warnings"));
+  EXPECT_TRUE(
+      logged("Table '[dbo].[people]': 2 read, 1 written, 1 not written (duplicate keys or errors), 0 warnings"));
 }
 
 TEST_F(Driver, SynchronizeReplacesTheStoredRowOfADuplicateKey) {
@@ -461,8 +465,7 @@ TEST_F(Driver, FailedEntryIsReportedAndTheNextOneRuns) {
 
   run();
 
-  EXPECT_EQ(ui.shell.errors(),
-            (std::vector<std::string>{"[dbo].[missing]: Table '[dbo].[missing]' does not exist"}));
+  EXPECT_EQ(ui.shell.errors(), (std::vector<std::string>{"[dbo].[missing]: Table '[dbo].[missing]' does not exist"}));
   const auto boxes = ui.shell.calls_of(headless_shell::call_kind::error);
   ASSERT_EQ(boxes.size(), 1U);
   EXPECT_EQ(boxes[0].text, L"[dbo].[missing]: Table '[dbo].[missing]' does not exist");
@@ -472,7 +475,8 @@ TEST_F(Driver, FailedEntryIsReportedAndTheNextOneRuns) {
   EXPECT_TRUE(converter.table_reports[0].failed);
   EXPECT_EQ(converter.table_reports[0].error, "Table '[dbo].[missing]' does not exist");
   EXPECT_FALSE(converter.table_reports[1].failed);
-  EXPECT_TRUE(logged("Table '[dbo].[missing]': 0 read, 0 written, 0 not written (duplicate keys or errors), 0 warnings"));
+  EXPECT_TRUE(
+      logged("Table '[dbo].[missing]': 0 read, 0 written, 0 not written (duplicate keys or errors), 0 warnings"));
 }
 
 TEST_F(Driver, ContinuableEntryFailureMayGoOn) {
@@ -596,7 +600,8 @@ TEST_F(Driver, CancelBetweenRecordsKeepsWhatWasWritten) {
   EXPECT_TRUE(logged("Conversion cancelled by the user in '[dbo].[a]' after record #2 of 5"));
   EXPECT_TRUE(logged("Table '[dbo].[a]': 2 read, 2 written, 0 not written (duplicate keys or errors), 0 warnings"));
   // The entry's recordsets went first, then the run's databases.
-  EXPECT_EQ(services.watch.calls, (std::vector<std::string>{"source recordset closed", "dest closed", "source closed"}));
+  EXPECT_EQ(services.watch.calls,
+            (std::vector<std::string>{"source recordset closed", "dest closed", "source closed"}));
   expect_finished_last();
 }
 
@@ -692,10 +697,10 @@ TEST_F(Driver, SameBaseNameInTwoSchemasGetsAGeneratedName) {
   EXPECT_EQ(*map.find(L"[dbo].[t]"), L"t");
   ASSERT_NE(map.find(L"[s].[t]"), nullptr);
   EXPECT_EQ(*map.find(L"[s].[t]"), L"t00000");
-  EXPECT_TRUE(lines_in_order(log(), {"name=t, owner=dbo", "Generate safe full name: t", "Store generated table name 't'",
-                                     "name=t, owner=s", "Store generated table name 't00000'",
-                                     "udb_database::add_tn_mapping([s].[t]->t00000)",
-                                     "udb_names_map::add_tn_mapping([s].[t],t00000)"}));
+  EXPECT_TRUE(lines_in_order(
+      log(), {"name=t, owner=dbo", "Generate safe full name: t", "Store generated table name 't'", "name=t, owner=s",
+              "Store generated table name 't00000'", "udb_database::add_tn_mapping([s].[t]->t00000)",
+              "udb_names_map::add_tn_mapping([s].[t],t00000)"}));
   EXPECT_EQ(converter.table_reports[1].target, L"t00000");
 }
 
@@ -769,9 +774,9 @@ TEST_F(Driver, ValidatorKnowsTheSelectedTablesThenTheDestinationTables) {
 
   run();
 
-  EXPECT_TRUE(lines_in_order(log(), {"sql_engine::create_tn_validator", "is_old_version(00050700)",
-                                     "udb_validator::add_existing_name([dbo].[a])",
-                                     "udb_validator::add_existing_name(existing)"}));
+  EXPECT_TRUE(lines_in_order(
+      log(), {"sql_engine::create_tn_validator", "is_old_version(00050700)",
+              "udb_validator::add_existing_name([dbo].[a])", "udb_validator::add_existing_name(existing)"}));
 }
 
 // --- server and dump -------------------------------------------------------------------
@@ -837,8 +842,7 @@ TEST_F(Driver, ViewsTakeTheSourceDefinitionOrTheSavedOne) {
 
   run();
 
-  EXPECT_EQ(services.dest.created_views,
-            (udb_view_list{{L"v1", L"select\r\n1"}, {L"gone", L"select 3"}}));
+  EXPECT_EQ(services.dest.created_views, (udb_view_list{{L"v1", L"select\r\n1"}, {L"gone", L"select 3"}}));
   EXPECT_TRUE(logged("View 'gone' is not in the source; its saved definition is used"));
 }
 

@@ -1,14 +1,16 @@
 // The converter's profile: every key in both directions, the two readings of
 // flags, the scenario digit, table names, query texts and the call order.
+#include "udb/profile.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "app/convertor.h"
-#include "app_fixtures.h"
-#include "support/temp_dir.h"
 #include "tk/log.h"
 #include "tk/utf.h"
-#include "udb/profile.h"
+
+#include "app_fixtures.h"
+#include "support/temp_dir.h"
 
 namespace qb::test {
 namespace {
@@ -114,20 +116,20 @@ TEST_F(Profile, LoadsEveryKey) {
   EXPECT_EQ(dump.insert_comments, 0);
   EXPECT_EQ(dump.create_database, 1);
   EXPECT_EQ(dump.create_table, 0);
-  EXPECT_EQ(converter.queries, (udb_named_texts{{L"[dbo].[orders]", L""},
-                                                {L"[customers]", L""},
-                                                {L"top", L"select top 10 * from orders"}}));
+  EXPECT_EQ(
+      converter.queries,
+      (udb_named_texts{{L"[dbo].[orders]", L""}, {L"[customers]", L""}, {L"top", L"select top 10 * from orders"}}));
   EXPECT_TRUE(converter.selected_tables.empty());
   EXPECT_EQ(converter.selected_views, (udb_named_texts{{L"v_orders", L"select id from orders"}}));
 }
 
 TEST_F(Profile, LoadsInTheOrderOfItsParts) {
   load(k_full_profile);
-  EXPECT_TRUE(lines_in_order(capture.text(), {"quillbridge_convertor::load_profile", "udb_converter::load_profile",
-                                              "mysql_converter_impl::load_profile",
-                                              "mssql_converter_impl::load_profile", "mss_engine::set_as_dbo(0)",
-                                              "mss_schema=sales", "udb_db_mutator::load", "dbo.orders->[dbo].[orders]",
-                                              "customers->[customers]"}));
+  EXPECT_TRUE(lines_in_order(
+      capture.text(),
+      {"quillbridge_convertor::load_profile", "udb_converter::load_profile", "mysql_converter_impl::load_profile",
+       "mssql_converter_impl::load_profile", "mss_engine::set_as_dbo(0)", "mss_schema=sales", "udb_db_mutator::load",
+       "dbo.orders->[dbo].[orders]", "customers->[customers]"}));
   EXPECT_FALSE(capture.has_line("top->top"));  // a query keeps its name
 }
 
@@ -141,8 +143,9 @@ TEST_F(Profile, ZeroIsTheOnlyFalseOfTheGenericFlags) {
 }
 
 TEST_F(Profile, OneIsTheOnlyTrueOfTheServerFlags) {
-  load("[MS SQL Server settings]\nwindows authentication=2\n[MySQL settings]\ndirect mode=yes\n"
-       "[Generic settings]\nview owned=true\n");
+  load(
+      "[MS SQL Server settings]\nwindows authentication=2\n[MySQL settings]\ndirect mode=yes\n"
+      "[Generic settings]\nview owned=true\n");
   EXPECT_EQ(converter.b_sec_log, 0);
   EXPECT_EQ(converter.direct, 0);
   EXPECT_EQ(converter.is_view_owned, 0);

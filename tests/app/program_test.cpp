@@ -2,20 +2,21 @@
 // long-lived objects, the quick launch from a profile, the last guard.
 #include "app/program.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <functional>
 #include <optional>
 #include <stdexcept>
 
+#include <gtest/gtest.h>
+#include <unistd.h>
+
 #include "app/convertor.h"
-#include "app_fixtures.h"
 #include "sql/engine.h"
-#include "support/mariadb_server.h"
-#include "support/temp_dir.h"
 #include "tk/log.h"
 #include "tk/utf.h"
+
+#include "app_fixtures.h"
+#include "support/mariadb_server.h"
+#include "support/temp_dir.h"
 
 namespace qb::test {
 namespace {
@@ -104,13 +105,12 @@ TEST_F(Program, BuildsAndTakesDownTheLongLivedObjectsInOrder) {
 
   EXPECT_TRUE(front_end.sheet_ran);
   EXPECT_FALSE(front_end.quick_launch_seen);
-  EXPECT_TRUE(lines_in_order(log(), {"tk_error_converter::load_map (map size=27)",
-                                     "tk_error_converter::load_map (map size=12)", "gui_initialize",
-                                     "front end: initialize_ui", "udb_converter::ctor", "quillbridge_convertor::ctor",
-                                     "serialize( 0 )", "front end: converter_created", "front end: create_shell(0)",
-                                     "wizard_shell::ctor(Quillbridge 8.1 )", "front end: run_sheet",
-                                     "front end: destroy_shell", "wizard_shell::dtor", "quillbridge_convertor::dtor",
-                                     "serialize( 1 )"}))
+  EXPECT_TRUE(lines_in_order(
+      log(), {"tk_error_converter::load_map (map size=27)", "tk_error_converter::load_map (map size=12)",
+              "gui_initialize", "front end: initialize_ui", "udb_converter::ctor", "quillbridge_convertor::ctor",
+              "serialize( 0 )", "front end: converter_created", "front end: create_shell(0)",
+              "wizard_shell::ctor(Quillbridge 8.1 )", "front end: run_sheet", "front end: destroy_shell",
+              "wizard_shell::dtor", "quillbridge_convertor::dtor", "serialize( 1 )"}))
       << log();
   EXPECT_FALSE(logged("front end: connect_source"));
   EXPECT_TRUE(file_exists(folders.settings_file()));
@@ -136,7 +136,8 @@ TEST_F(Program, MissingProfileIsAHandledErrorBeforeTheShell) {
   EXPECT_TRUE(logged("wizard_shell::error(Profile does not exist. Please verify the correct path/name was given.)"));
   EXPECT_FALSE(logged("front end: create_shell(1)"));
   EXPECT_FALSE(front_end.sheet_ran);
-  EXPECT_TRUE(lines_in_order(log(), {"udb_profile::load(" + dir.file("none.qbr") + ")", "quillbridge_convertor::dtor"}));
+  EXPECT_TRUE(
+      lines_in_order(log(), {"udb_profile::load(" + dir.file("none.qbr") + ")", "quillbridge_convertor::dtor"}));
 }
 
 TEST_F(Program, QuotedPathIsTakenLiterally) {
@@ -151,8 +152,10 @@ TEST_F(Program, QuotedPathIsTakenLiterally) {
 }
 
 TEST_F(Program, ArgumentsAreJoinedWithSingleBlanks) {
-  const std::string path = profile("my profile.qbr", "[Generic settings]\nsrc=sales\n[MySQL settings]\ndirect mode=0\n"
-                                                      "[Generic settings]\ndest=" + dir.file("out.sql") + "\n");
+  const std::string path = profile("my profile.qbr",
+                                   "[Generic settings]\nsrc=sales\n[MySQL settings]\ndirect mode=0\n"
+                                   "[Generic settings]\ndest=" +
+                                       dir.file("out.sql") + "\n");
   const std::string first = dir.path() + "/my";
   const char* const argv[] = {"quillbridge", first.c_str(), "profile.qbr"};
   EXPECT_EQ(app_command_line(3, argv), path);
@@ -167,10 +170,9 @@ TEST_F(Program, QuickLaunchToADumpChecksTheDestinationWithoutTheServer) {
   write_file(dump, "an old dump");
   memory_store& sales = front_end.source.stores.store(L"sales");
   add_people(sales, L"[dbo].[people]", 2);
-  const std::string path = profile("dump.qbr",
-                                   "[Generic settings]\nsrc=sales\ndest=" + dump +
-                                       "\nmode=0\n[MySQL settings]\ndirect mode=0\ndump new version=1\n"
-                                       "[Selected Tables]\ndbo.people\n");
+  const std::string path = profile("dump.qbr", "[Generic settings]\nsrc=sales\ndest=" + dump +
+                                                   "\nmode=0\n[MySQL settings]\ndirect mode=0\ndump new version=1\n"
+                                                   "[Selected Tables]\ndbo.people\n");
   bool old_dump_gone = false;
   front_end.in_sheet = [&](quillbridge_convertor& converter) {
     old_dump_gone = !file_exists(dump);
@@ -181,15 +183,16 @@ TEST_F(Program, QuickLaunchToADumpChecksTheDestinationWithoutTheServer) {
   EXPECT_EQ(program_main(front_end, path), 7);
 
   EXPECT_TRUE(old_dump_gone);
-  EXPECT_TRUE(lines_in_order(log(), {"QUICK LAUNCH: profile=" + path, "front end: create_shell(1)",
-                                     "front end: connect_source", "quillbridge_convertor::check_dest",
-                                     "common_check_dest(" + dump + ")", "front end: run_sheet"}));
+  EXPECT_TRUE(lines_in_order(
+      log(), {"QUICK LAUNCH: profile=" + path, "front end: create_shell(1)", "front end: connect_source",
+              "quillbridge_convertor::check_dest", "common_check_dest(" + dump + ")", "front end: run_sheet"}));
   EXPECT_FALSE(logged("mysql_converter_impl::connect_mysql_server"));
   ASSERT_TRUE(front_end.target.stores.is_db_exist(tk_utf8_decode(dump)));
   const memory_table* table = front_end.target.stores.store(tk_utf8_decode(dump)).find_table(L"[dbo].[people]");
   ASSERT_NE(table, nullptr);
   EXPECT_EQ(table->rows.size(), 2U);
-  EXPECT_TRUE(logged("Table '[dbo].[people]': 2 read, 2 written, 0 not written (duplicate keys or errors), 0 warnings"));
+  EXPECT_TRUE(
+      logged("Table '[dbo].[people]': 2 read, 2 written, 0 not written (duplicate keys or errors), 0 warnings"));
 }
 
 TEST_F(Program, QuickLaunchToAServerConnectsThenChecksTheDestination) {
@@ -218,9 +221,10 @@ TEST_F(Program, QuickLaunchToAServerConnectsThenChecksTheDestination) {
 
   EXPECT_TRUE(connected);
   EXPECT_TRUE(dropped);
-  EXPECT_TRUE(lines_in_order(log(), {"front end: connect_source", "mysql_converter_impl::connect_mysql_server",
-                                     "quillbridge_convertor::check_dest",
-                                     "mysql_converter_impl::del_mysql_base (" + database + ")", "front end: run_sheet"}));
+  EXPECT_TRUE(lines_in_order(
+      log(),
+      {"front end: connect_source", "mysql_converter_impl::connect_mysql_server", "quillbridge_convertor::check_dest",
+       "mysql_converter_impl::del_mysql_base (" + database + ")", "front end: run_sheet"}));
 }
 
 TEST_F(Program, FailedSourceConnectionEndsTheQuickLaunch) {
@@ -243,7 +247,8 @@ TEST_F(Program, FailureOfTheFamilyGoesToTheErrorHandler) {
   ASSERT_EQ(front_end.shell_calls.size(), 1U);
   EXPECT_EQ(front_end.shell_calls[0].kind, headless_shell::call_kind::error);
   EXPECT_EQ(front_end.shell_calls[0].text, L"The sheet failed");
-  EXPECT_TRUE(lines_in_order(log(), {"Error:\nThe sheet failed", "front end: destroy_shell", "quillbridge_convertor::dtor"}));
+  EXPECT_TRUE(
+      lines_in_order(log(), {"Error:\nThe sheet failed", "front end: destroy_shell", "quillbridge_convertor::dtor"}));
 }
 
 TEST_F(Program, StandardFailureGoesToTheShell) {

@@ -1,11 +1,11 @@
 // The forms of SQL Server table names.
 #include "mss/table_names.h"
 
-#include "mss/engine.h"
+#include <utility>
 
 #include <gtest/gtest.h>
 
-#include <utility>
+#include "mss/engine.h"
 
 #include "support/temp_dir.h"
 

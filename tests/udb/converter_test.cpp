@@ -3,8 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include "support/temp_dir.h"
 #include "udb/profile.h"
+
+#include "support/temp_dir.h"
 
 namespace qb::test {
 namespace {
