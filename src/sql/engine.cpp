@@ -9,6 +9,7 @@
 
 #include <string.h>
 
+#include "sql/dump.h"
 #include "sql/exception.h"
 #include "sql/validators.h"
 #include "tk/exception.h"
@@ -362,14 +363,19 @@ std::unique_ptr<udb_database> sql_engine::create_db(const std::wstring& name) {
 std::unique_ptr<udb_database> sql_engine::open_db(const std::wstring& name, std::uint32_t mode) {
   LOG(2, "sql_engine::open_db (%s)", name);
   LOG(3, "Opening MySQL database '%s'", name);
-  if (has_nul(name) || mysql_select_db(connection_.get(), tk_utf8_encode(name).c_str()) != 0) {
-    throw sql_exception(connection_.get());
-  }
+  if (has_nul(name)) throw tk_exception(std::string("The database name contains a NUL character."), 1);
+  if (mysql_select_db(connection_.get(), tk_utf8_encode(name).c_str()) != 0) throw sql_exception(connection_.get());
   LOG(2, "open mode=%d", mode);
   // The server database (tables, rows, foreign keys and views on a live
   // server) is built by its own module; until it is linked in, a server
   // destination cannot be opened.
   throw tk_exception(std::string("A MySQL server database cannot be opened as a destination in this build."), 1);
+}
+
+std::unique_ptr<dmp_database> sql_engine::create_dump(const std::wstring& file_name, const dump_options& options) {
+  LOG(2, "sql_engine::create_dump (%s)", file_name);
+  LOG(3, "Creating MySQL dump file '%s'", file_name);
+  return std::make_unique<dmp_database>(file_name, options);
 }
 
 void sql_engine::set_properties(udb_properties* properties) {

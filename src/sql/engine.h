@@ -62,8 +62,10 @@ std::optional<std::uint32_t> sql_parse_version(std::string_view text);
 // a back quote inside the name.
 std::wstring sql_quote_name(std::wstring_view name);
 
+class dmp_database;
 class udb_database;
 class udb_properties;
+struct dump_options;
 
 class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
  public:
@@ -86,6 +88,10 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   // not part of this build yet: after the selection this throws
   // tk_exception saying so.
   std::unique_ptr<udb_database> open_db(const std::wstring& name, std::uint32_t mode) override;
+  // A dump file as the destination: sets the version code for the chosen
+  // dialect and writes the file's header. Throws tk_exception_ex when the
+  // file cannot be created.
+  std::unique_ptr<dmp_database> create_dump(const std::wstring& file_name, const dump_options& options);
   // Stores the user's customisations (the database mutator, not owned) and
   // takes the default table engine ("engine", else "InnoDB") and character
   // set ("character set", else unchanged) from its properties.
