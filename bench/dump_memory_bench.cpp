@@ -13,14 +13,14 @@
 // Printed: the time of each and their ratio, the file's size, and the peak
 // resident set of the process (getrusage ru_maxrss) after each phase. The
 // goal for the peak is under 64 MB; it is printed, not enforced.
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "sql/dump.h"
 #include "sql/engine.h"
@@ -72,15 +72,15 @@ class generated_table : public qb::udb_recordset {
     const auto n = static_cast<std::uint32_t>(position_);
     value(0) = ole_variant(static_cast<int>(n + 1));
     value(1) = ole_variant(static_cast<long long>(n) * 7919LL + 1000000007LL);
-    ole_variant amount = ole_variant::from_string(std::to_string(n % 100000) + "." + std::to_string(n % 10000),
-                                                  ole_variant::vt_decimal);
+    ole_variant amount =
+        ole_variant::from_string(std::to_string(n % 100000) + "." + std::to_string(n % 10000), ole_variant::vt_decimal);
     value(2) = amount;
-    text_ = "2024-" + std::to_string(1 + n % 12) + "-" + std::to_string(1 + n % 28) + " 12:" +
-            std::to_string(n % 60) + ":" + std::to_string(n % 60) + ".123";
+    text_ = "2024-" + std::to_string(1 + n % 12) + "-" + std::to_string(1 + n % 28) + " 12:" + std::to_string(n % 60) +
+            ":" + std::to_string(n % 60) + ".123";
     value(3) = ole_variant::from_string(text_, ole_variant::vt_date);
     value(4) = ole_variant(L"Customer O'Brien #" + std::to_wstring(n));
     value(5) = ole_variant(std::wstring(L"Delivery note line ") + std::to_wstring(n % 997) +
-                          L" - handle with care, \"fragile\" goods\\n");
+                           L" - handle with care, \"fragile\" goods\\n");
     value(6) = ole_variant(n % 3 == 0);
     return &row_;
   }

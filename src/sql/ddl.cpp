@@ -58,8 +58,8 @@ bool takes_character_set(const t_ftd& field) {
   if (field.native_type.empty()) {
     return field.vartype == vt::vt_bstr && field.dw_reserved != 2 && field.dw_reserved != 8;
   }
-  return field.native_type.size() >= 4 &&
-         (field.native_type.find(L"CHAR") != std::wstring::npos || field.native_type.find(L"TEXT") != std::wstring::npos);
+  return field.native_type.size() >= 4 && (field.native_type.find(L"CHAR") != std::wstring::npos ||
+                                           field.native_type.find(L"TEXT") != std::wstring::npos);
 }
 
 }  // namespace
@@ -71,8 +71,8 @@ void sql_schema::push_back(t_ftd field) {
   const std::size_t position = size();
   if (field.vartype == vt::vt_bstr && field.size >= 1 && field.size <= max_cuttable_text) {
     LOG(1, "Special processing for string values");
-    const auto at = std::find_if(lobs_.begin(), lobs_.end(),
-                                 [&](std::size_t lob) { return (*this)[lob].size <= field.size; });
+    const auto at =
+        std::find_if(lobs_.begin(), lobs_.end(), [&](std::size_t lob) { return (*this)[lob].size <= field.size; });
     LOG(1, "Insert new column into 'lobs' at pos=%d", static_cast<int>(at - lobs_.begin()));
     lobs_.insert(at, position);
     total_size_ += bytes_per_char * field.size;
@@ -128,8 +128,7 @@ bool sql_can_have_auto_num(const t_ftd* field) {
 // --- sql_schema_initializer ----------------------------------------------------------------
 
 sql_schema_initializer::sql_schema_initializer(std::wstring table_name, const udb_schema& source,
-                                               const udb_indexes& indexes, std::wstring& auto_field,
-                                               std::uint8_t flag)
+                                               const udb_indexes& indexes, std::wstring& auto_field, std::uint8_t flag)
     : flag_(flag),
       table_name_(std::move(table_name)),
       auto_field_(auto_field),

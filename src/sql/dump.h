@@ -157,9 +157,9 @@ class dmp_recordset : public udb_recordset {
 
  private:
   struct column_ref {
-    std::size_t column;     // position in schema_
-    std::wstring source;    // the source column name the record carries
-    std::size_t hint = 0;   // the record position where it was found last
+    std::size_t column;    // position in schema_
+    std::wstring source;   // the source column name the record carries
+    std::size_t hint = 0;  // the record position where it was found last
   };
 
   [[nodiscard]] dmp_database& db() const { return *db_; }
@@ -175,12 +175,12 @@ class dmp_recordset : public udb_recordset {
   bool old_version_;
   bool utf8mb3_;  // the character set holds no character beyond U+FFFF
   std::string quoted_table_;
-  std::string buffer_;                // pending multi-row statement, empty if none
-  std::string head_;                  // "INSERT IGNORE INTO t(`a`, `b`)" of the batch
-  std::vector<column_ref> batch_;     // columns of the batch (the reduced schema)
+  std::string buffer_;             // pending multi-row statement, empty if none
+  std::string head_;               // "INSERT IGNORE INTO t(`a`, `b`)" of the batch
+  std::vector<column_ref> batch_;  // columns of the batch (the reduced schema)
   std::vector<std::size_t> positions_;
-  std::vector<bool> warned_;          // a column's characters beyond U+FFFF were reported
-  std::string piece_;                 // one streamed piece
+  std::vector<bool> warned_;  // a column's characters beyond U+FFFF were reported
+  std::string piece_;         // one streamed piece
 };
 
 }  // namespace qb

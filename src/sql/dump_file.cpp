@@ -1,9 +1,9 @@
 #include "sql/dump_file.h"
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <cerrno>
 
 #include "tk/exception.h"
 #include "tk/log.h"

@@ -129,8 +129,10 @@ void dmp_recordset::find_fields(const udb_record& record, std::vector<std::size_
 void dmp_recordset::note_cell(const sql_render_note& note, std::size_t column) {
   if (!note.beyond_bmp || !utf8mb3_ || warned_[column]) return;
   warned_[column] = true;
-  LOG(3, "Column '%s' of table '%s' holds characters beyond U+FFFF, which the character set '%s' cannot store; "
-      "utf8mb4 can", schema_[column].name, name_, engine().charset());
+  LOG(3,
+      "Column '%s' of table '%s' holds characters beyond U+FFFF, which the character set '%s' cannot store; "
+      "utf8mb4 can",
+      schema_[column].name, name_, engine().charset());
 }
 
 void dmp_recordset::render_value(std::string& out, const udb_field& field, std::size_t column) {

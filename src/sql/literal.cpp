@@ -297,9 +297,7 @@ void sql_append_escaped(std::string& out, std::wstring_view text, sql_render_not
   escape_into(out, text, note);
 }
 
-void sql_append_quoted(std::string& out, std::wstring_view text, sql_render_note* note) {
-  quote_into(out, text, note);
-}
+void sql_append_quoted(std::string& out, std::wstring_view text, sql_render_note* note) { quote_into(out, text, note); }
 
 std::string to_mysql_str(std::string_view text, std::uint16_t vartype) {
   LOG(1, "to_mysql_str(%s)", text);

@@ -1,9 +1,9 @@
 #include "sql/native_type.h"
 
-#include <mysql.h>
-
 #include <map>
 #include <string_view>
+
+#include <mysql.h>
 
 #include "ole/date.h"
 #include "ole/numtext.h"
@@ -40,13 +40,20 @@ bool is_geometry_text(const t_ftd& field) {
 
 const std::map<int, std::wstring>& type_names() {
   static const std::map<int, std::wstring> names = {
-      {0, L"BINARY"},     {1, L"BIT"},        {2, L"TINYINT"},      {3, L"TINYINT UNSIGNED"},
-      {4, L"SMALLINT"},   {5, L"SMALLINT UNSIGNED"}, {6, L"INT"},   {7, L"INT UNSIGNED"},
-      {8, L"BIGINT"},     {9, L"BIGINT UNSIGNED"},   {10, L"FLOAT"}, {11, L"DECIMAL"},
-      {12, L"DOUBLE"},    {13, L"CHAR"},      {14, L"VARBINARY"},   {15, L"VARCHAR"},
-      {16, L"DATETIME"},  {17, L"DATE"},      {18, L"TIME"},        {19, L"TIMESTAMP"},
-      {20, L"LONGBLOB"},  {21, L"TINYBLOB"},  {22, L"BLOB"},        {23, L"MEDIUMBLOB"},
-      {24, L"TEXT"},      {25, L"LONGTEXT"},  {26, L"MEDIUMTEXT"},  {27, L"TINYTEXT"},
+      {0, L"BINARY"},      {1, L"BIT"},
+      {2, L"TINYINT"},     {3, L"TINYINT UNSIGNED"},
+      {4, L"SMALLINT"},    {5, L"SMALLINT UNSIGNED"},
+      {6, L"INT"},         {7, L"INT UNSIGNED"},
+      {8, L"BIGINT"},      {9, L"BIGINT UNSIGNED"},
+      {10, L"FLOAT"},      {11, L"DECIMAL"},
+      {12, L"DOUBLE"},     {13, L"CHAR"},
+      {14, L"VARBINARY"},  {15, L"VARCHAR"},
+      {16, L"DATETIME"},   {17, L"DATE"},
+      {18, L"TIME"},       {19, L"TIMESTAMP"},
+      {20, L"LONGBLOB"},   {21, L"TINYBLOB"},
+      {22, L"BLOB"},       {23, L"MEDIUMBLOB"},
+      {24, L"TEXT"},       {25, L"LONGTEXT"},
+      {26, L"MEDIUMTEXT"}, {27, L"TINYTEXT"},
   };
   return names;
 }

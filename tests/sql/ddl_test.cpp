@@ -1,16 +1,17 @@
 // Column and index chunks of CREATE TABLE.
 #include "sql/ddl.h"
 
-#include <gtest/gtest.h>
-
 #include <map>
 #include <memory>
 
+#include <gtest/gtest.h>
+
 #include "sql/engine.h"
 #include "sql/native_type.h"
-#include "support/temp_dir.h"
 #include "tk/exception.h"
 #include "tk/format.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {

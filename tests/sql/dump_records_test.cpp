@@ -1,15 +1,16 @@
 // The rows of a dump: batches, the row-size switch, long values.
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "sql/dump.h"
 #include "sql/engine.h"
-#include "support/temp_dir.h"
 #include "tk/exception.h"
 #include "tk/utf.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -303,7 +304,8 @@ TEST_F(DmpRecordset, LongValueOnTheFastPathStartsAStatementOfItsOwn) {
   const auto all = inserts(finish());
   ASSERT_EQ(all.size(), 2U);
   EXPECT_EQ(all[0], "INSERT IGNORE INTO `t`(`id`, `v`) VALUES(1, 'a')");
-  EXPECT_EQ(all[1], "INSERT IGNORE INTO `t`(`id`, `v`) VALUES(2, '" + std::string(long_text.size(), 'L') + "'), (3, 'c')");
+  EXPECT_EQ(all[1],
+            "INSERT IGNORE INTO `t`(`id`, `v`) VALUES(2, '" + std::string(long_text.size(), 'L') + "'), (3, 'c')");
 }
 
 TEST_F(DmpRecordset, CharactersBeyondTheBmpAreReportedForUtf8) {

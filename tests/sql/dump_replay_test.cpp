@@ -19,8 +19,6 @@
 // Characters beyond U+FFFF need the character set utf8mb4; with utf8 (three
 // bytes a character at most) the server stores "????" for each, with a
 // warning, which the last test shows.
-#include <gtest/gtest.h>
-
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
@@ -30,15 +28,18 @@
 #include <string>
 #include <vector>
 
-#include "replay_support.h"
+#include <gtest/gtest.h>
+
 #include "sql/dump.h"
 #include "sql/engine.h"
+#include "tk/format.h"
+#include "tk/utf.h"
+
+#include "replay_support.h"
 #include "support/mariadb_server.h"
 #include "support/memory_database.h"
 #include "support/temp_dir.h"
 #include "test_session.h"
-#include "tk/format.h"
-#include "tk/utf.h"
 
 namespace qb {
 namespace {
@@ -98,10 +99,17 @@ void add_ints(memory_store& s) {
   t_ftd id = col(L"id", vt::vt_i4);
   id.b_auto_num = true;
   schema.push_back(id);
-  for (auto [name, type] : std::initializer_list<std::pair<const wchar_t*, std::uint16_t>>{
-           {L"i1", vt::vt_i1}, {L"ui1", vt::vt_ui1}, {L"i2", vt::vt_i2}, {L"ui2", vt::vt_ui2}, {L"i4", vt::vt_i4},
-           {L"ui4", vt::vt_ui4}, {L"i8", vt::vt_i8}, {L"ui8", vt::vt_ui8}, {L"vint", vt::vt_int},
-           {L"vuint", vt::vt_uint}, {L"flag", vt::vt_bool}}) {
+  for (auto [name, type] : std::initializer_list<std::pair<const wchar_t*, std::uint16_t>>{{L"i1", vt::vt_i1},
+                                                                                           {L"ui1", vt::vt_ui1},
+                                                                                           {L"i2", vt::vt_i2},
+                                                                                           {L"ui2", vt::vt_ui2},
+                                                                                           {L"i4", vt::vt_i4},
+                                                                                           {L"ui4", vt::vt_ui4},
+                                                                                           {L"i8", vt::vt_i8},
+                                                                                           {L"ui8", vt::vt_ui8},
+                                                                                           {L"vint", vt::vt_int},
+                                                                                           {L"vuint", vt::vt_uint},
+                                                                                           {L"flag", vt::vt_bool}}) {
     schema.push_back(col(name, type));
   }
   t_ftd dflt = col(L"dflt", vt::vt_i4);
@@ -115,19 +123,19 @@ void add_ints(memory_store& s) {
                       ole_variant(static_cast<unsigned short>(0)), ole_variant(std::numeric_limits<int>::min()),
                       ole_variant(0U), ole_variant(std::numeric_limits<long long>::min()), ole_variant(0ULL),
                       typed("-2147483648", vt::vt_int), typed("0", vt::vt_uint), ole_variant(false), ole_variant(1)});
-  s.add_row(L"ints", {ole_variant(1), ole_variant(static_cast<signed char>(127)),
-                      ole_variant(static_cast<unsigned char>(255)), ole_variant(static_cast<short>(32767)),
-                      ole_variant(static_cast<unsigned short>(65535)), ole_variant(std::numeric_limits<int>::max()),
-                      ole_variant(4294967295U), ole_variant(std::numeric_limits<long long>::max()),
-                      ole_variant(18446744073709551615ULL), typed("2147483647", vt::vt_int),
-                      typed("4294967295", vt::vt_uint), ole_variant(true), ole_variant(2)});
+  s.add_row(L"ints",
+            {ole_variant(1), ole_variant(static_cast<signed char>(127)), ole_variant(static_cast<unsigned char>(255)),
+             ole_variant(static_cast<short>(32767)), ole_variant(static_cast<unsigned short>(65535)),
+             ole_variant(std::numeric_limits<int>::max()), ole_variant(4294967295U),
+             ole_variant(std::numeric_limits<long long>::max()), ole_variant(18446744073709551615ULL),
+             typed("2147483647", vt::vt_int), typed("4294967295", vt::vt_uint), ole_variant(true), ole_variant(2)});
   s.add_row(L"ints", {ole_variant(2), null(), null(), null(), null(), null(), null(), null(), null(), null(), null(),
                       null(), null()});
-  s.add_row(L"ints", {ole_variant(3), ole_variant(static_cast<signed char>(-1)),
-                      ole_variant(static_cast<unsigned char>(1)), ole_variant(static_cast<short>(-1)),
-                      ole_variant(static_cast<unsigned short>(1)), ole_variant(-1), ole_variant(1U),
-                      ole_variant(-1LL), ole_variant(1ULL), typed("-1", vt::vt_int), typed("1", vt::vt_uint),
-                      ole_variant(true), ole_variant(-5)});
+  s.add_row(L"ints",
+            {ole_variant(3), ole_variant(static_cast<signed char>(-1)), ole_variant(static_cast<unsigned char>(1)),
+             ole_variant(static_cast<short>(-1)), ole_variant(static_cast<unsigned short>(1)), ole_variant(-1),
+             ole_variant(1U), ole_variant(-1LL), ole_variant(1ULL), typed("-1", vt::vt_int), typed("1", vt::vt_uint),
+             ole_variant(true), ole_variant(-5)});
 }
 
 void add_numbers(memory_store& s) {
@@ -143,15 +151,15 @@ void add_numbers(memory_store& s) {
   s.add_row(L"numbers", {ole_variant(1), dec("99999999999999999999999999999999999999"),
                          dec("9999999999999999999999999999.9999999999"), typed("922337203685477.5807", vt::vt_cy),
                          ole_variant(0.1F), ole_variant(0.1), dec("1.5")});
-  s.add_row(L"numbers", {ole_variant(2), dec("-99999999999999999999999999999999999999"), dec("-0.0000000001"),
-                         typed("-922337203685477.5808", vt::vt_cy), ole_variant(-1.5F), ole_variant(DBL_MAX),
-                         dec("-2.25")});
+  s.add_row(L"numbers",
+            {ole_variant(2), dec("-99999999999999999999999999999999999999"), dec("-0.0000000001"),
+             typed("-922337203685477.5808", vt::vt_cy), ole_variant(-1.5F), ole_variant(DBL_MAX), dec("-2.25")});
   s.add_row(L"numbers", {ole_variant(3), dec("0"), dec("0"), typed("0", vt::vt_cy), ole_variant(FLT_MAX),
                          ole_variant(4.9406564584124654e-324), dec("0")});
   s.add_row(L"numbers", {ole_variant(4), null(), null(), null(), null(), null(), null()});
   s.add_row(L"numbers", {ole_variant(5), dec("12345678901234567890123456789012345678"), dec("0.0000000001"),
-                         typed("0.0001", vt::vt_cy), ole_variant(std::nextafter(1.0F, 2.0F)),
-                         ole_variant(1.0 / 3.0), dec("-1e-10")});
+                         typed("0.0001", vt::vt_cy), ole_variant(std::nextafter(1.0F, 2.0F)), ole_variant(1.0 / 3.0),
+                         dec("-1e-10")});
 }
 
 void add_dates(memory_store& s) {
@@ -169,11 +177,10 @@ void add_dates(memory_store& s) {
                        date("2001-02-03 04:05:06.789"), date("2005-01-05 10:00:00.25"), date("1999-12-31"),
                        date("12:00:00.000001")});
   s.add_row(L"dates", {ole_variant(2), date("1000-01-01 00:00:00.000001"), date("1000-01-01"), date("00:00:00"),
-                       date("2037-12-31 23:59:59"), date("1753-01-01 00:00:00"), date("2000-01-01"),
-                       date("00:00:01")});
-  s.add_row(L"dates", {ole_variant(3), date("9999-12-31 23:59:59.999999"), date("9999-12-31"), date("13:14:15"),
-                       date("1970-01-02 00:00:00.5"), date("9999-12-31 23:59:59.999"), date("2010-10-10"),
-                       date("01:02:03")});
+                       date("2037-12-31 23:59:59"), date("1753-01-01 00:00:00"), date("2000-01-01"), date("00:00:01")});
+  s.add_row(L"dates",
+            {ole_variant(3), date("9999-12-31 23:59:59.999999"), date("9999-12-31"), date("13:14:15"),
+             date("1970-01-02 00:00:00.5"), date("9999-12-31 23:59:59.999"), date("2010-10-10"), date("01:02:03")});
   s.add_row(L"dates", {ole_variant(4), date("2005-01-05"), null(), null(), null(), null(), null(), null()});
 }
 
@@ -189,8 +196,8 @@ void add_texts(memory_store& s) {
   s.add_row(L"texts", {ole_variant(1), text(L"O'Neil"), text(L"C:\\path\\to\\"), text(L"ab"), text(guid)});
   s.add_row(L"texts", {ole_variant(2), text(L"line1\nline2\r\nline3\rend\r\n"), text(L"tab\tquote\"x"), text(L""),
                        text(L"{" + guid + L"}")});
-  s.add_row(L"texts", {ole_variant(3), text(std::wstring(L"a\0b", 3)), text(std::wstring(L"\0", 1)), text(L"x"),
-                       text(L"")});
+  s.add_row(L"texts",
+            {ole_variant(3), text(std::wstring(L"a\0b", 3)), text(std::wstring(L"\0", 1)), text(L"x"), text(L"")});
   s.add_row(L"texts", {ole_variant(4), text(L"it''s"), text(L"''"), text(L"y"), text(L"'''")});
   s.add_row(L"texts", {ole_variant(5), text(L"\u00e9 \u00fc \u4e2d\u6587 \u2211 \u03a9"), text(L"\u0416"),
                        text(L"z\u00df"), null()});
@@ -243,8 +250,8 @@ void add_keys(memory_store& s) {
 
   s.relationships.push_back(udb_rel(L"FK_child_parent", L"dbo", L"child/rows", L"parents", {L"parent;id"}, {L"id"},
                                     L" ON UPDATE NO ACTION ON DELETE CASCADE"));
-  s.relationships.push_back(udb_rel(L"FK_child_boss", L"dbo", L"child/rows", L"child/rows", {L"boss_id"}, {L"id"},
-                                    L""));
+  s.relationships.push_back(
+      udb_rel(L"FK_child_boss", L"dbo", L"child/rows", L"child/rows", {L"boss_id"}, {L"id"}, L""));
   s.views.emplace_back(L"parent_names", L"select id, name from parents");
   s.views.emplace_back(L"not_a_view", L"exec sp_who");
 }
@@ -260,10 +267,9 @@ void add_binary(memory_store& s) {
   for (int i = 0; i < 256; ++i) every[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(i);
   s.add_row(L"bins", {ole_variant(1), ole_variant(std::vector<std::uint8_t>(every.begin(), every.end() - 1)),
                       ole_variant(every), text(L"small")});
-  s.add_row(L"bins", {ole_variant(2), ole_variant(std::vector<std::uint8_t>()),
-                      ole_variant(pattern_bytes(1048576 - 1)), text(long_text(1048576 - 1))});
-  s.add_row(L"bins", {ole_variant(3), null(), ole_variant(pattern_bytes(1048576 + 1)),
-                      text(long_text(1048576 + 1))});
+  s.add_row(L"bins", {ole_variant(2), ole_variant(std::vector<std::uint8_t>()), ole_variant(pattern_bytes(1048576 - 1)),
+                      text(long_text(1048576 - 1))});
+  s.add_row(L"bins", {ole_variant(3), null(), ole_variant(pattern_bytes(1048576 + 1)), text(long_text(1048576 + 1))});
   s.add_row(L"bins", {ole_variant(4), null(), ole_variant(pattern_bytes(5 * 1048576)), null()});
   s.add_row(L"bins", {ole_variant(5), null(), null(), text(long_text(5 * 1048576))});
 }
@@ -319,7 +325,7 @@ testing::AssertionResult same_value(const ole_variant& expected_in, const t_ftd&
       return expected.to_bool() == actual.to_bool() ? testing::AssertionSuccess() : fail();
     case vt::vt_r4:
       return seven_digits(expected.to_float()) == static_cast<float>(actual.to_double()) ? testing::AssertionSuccess()
-                                                                                          : fail();
+                                                                                         : fail();
     case vt::vt_r8:
       return expected.to_double() == actual.to_double() ? testing::AssertionSuccess() : fail();
     case vt::vt_cy:
@@ -343,7 +349,8 @@ testing::AssertionResult same_value(const ole_variant& expected_in, const t_ftd&
       return same ? testing::AssertionSuccess() : fail();
     }
     case vt::vt_bstr:
-      if (column.dw_reserved == 2) return actual.text_view() == expected.text_view() ? testing::AssertionSuccess() : fail();
+      if (column.dw_reserved == 2)
+        return actual.text_view() == expected.text_view() ? testing::AssertionSuccess() : fail();
       return actual.text_view() == after_quote_pairs(expected.text_view()) ? testing::AssertionSuccess() : fail();
     case vt::vt_bytes: {
       const auto a = actual.bytes_view();
@@ -405,8 +412,7 @@ class DumpReplay : public testing::Test {
       std::string select = "SELECT ";
       for (std::size_t i = 0; i < source.schema.size(); ++i) {
         const t_ftd& c = source.schema[i];
-        const std::string name =
-            "`" + tk_utf8_encode(names.get_fn_mapped_name(targets[t], c.name, false)) + "`";
+        const std::string name = "`" + tk_utf8_encode(names.get_fn_mapped_name(targets[t], c.name, false)) + "`";
         if (i > 0) select += ", ";
         if (c.vartype == vt::vt_r4) {
           select += name + " + 0E0";  // the float's exact value, not its six-digit print
@@ -431,8 +437,9 @@ class DumpReplay : public testing::Test {
   void check_structure(scratch_db& db) {
     auto& s = db.root;
     const std::string in = " WHERE TABLE_SCHEMA='" + db.name + "'";
-    EXPECT_EQ(s.scalar("SELECT EXTRA FROM information_schema.COLUMNS" + in + " AND TABLE_NAME='ints' AND COLUMN_NAME='id'"),
-              "auto_increment");
+    EXPECT_EQ(
+        s.scalar("SELECT EXTRA FROM information_schema.COLUMNS" + in + " AND TABLE_NAME='ints' AND COLUMN_NAME='id'"),
+        "auto_increment");
     EXPECT_EQ(s.scalar("SELECT COLUMN_DEFAULT FROM information_schema.COLUMNS" + in +
                        " AND TABLE_NAME='ints' AND COLUMN_NAME='dflt'"),
               "7");
@@ -445,14 +452,15 @@ class DumpReplay : public testing::Test {
     EXPECT_EQ(s.scalar("SELECT COLUMN_TYPE FROM information_schema.COLUMNS" + in +
                        " AND TABLE_NAME='dates' AND COLUMN_NAME='nokind'"),
               "char(19)");
-    EXPECT_EQ(s.column("SELECT CONCAT(INDEX_NAME, ':', NON_UNIQUE, ':', COLUMN_NAME) FROM information_schema.STATISTICS" +
-                       in + " AND TABLE_NAME='parents' ORDER BY INDEX_NAME"),
-              (std::vector<std::string>{"IX_code:1:code", "PRIMARY:0:id", "UX_name:0:name"}));
-    EXPECT_EQ(s.column("SELECT CONCAT(CONSTRAINT_NAME, ':', COLUMN_NAME, '->', REFERENCED_TABLE_NAME, '.', "
-                       "REFERENCED_COLUMN_NAME) FROM information_schema.KEY_COLUMN_USAGE" +
-                       in + " AND REFERENCED_TABLE_NAME IS NOT NULL ORDER BY CONSTRAINT_NAME"),
-              (std::vector<std::string>{"FK_child_boss:boss_id->child_rows.id",
-                                        "FK_child_parent:parent_id->parents.id"}));
+    EXPECT_EQ(
+        s.column("SELECT CONCAT(INDEX_NAME, ':', NON_UNIQUE, ':', COLUMN_NAME) FROM information_schema.STATISTICS" +
+                 in + " AND TABLE_NAME='parents' ORDER BY INDEX_NAME"),
+        (std::vector<std::string>{"IX_code:1:code", "PRIMARY:0:id", "UX_name:0:name"}));
+    EXPECT_EQ(
+        s.column("SELECT CONCAT(CONSTRAINT_NAME, ':', COLUMN_NAME, '->', REFERENCED_TABLE_NAME, '.', "
+                 "REFERENCED_COLUMN_NAME) FROM information_schema.KEY_COLUMN_USAGE" +
+                 in + " AND REFERENCED_TABLE_NAME IS NOT NULL ORDER BY CONSTRAINT_NAME"),
+        (std::vector<std::string>{"FK_child_boss:boss_id->child_rows.id", "FK_child_parent:parent_id->parents.id"}));
     EXPECT_EQ(s.scalar("SELECT DELETE_RULE FROM information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA='" +
                        db.name + "' AND CONSTRAINT_NAME='FK_child_parent'"),
               "CASCADE");
@@ -531,7 +539,8 @@ TEST_F(DumpReplay, EveryValueComesBackWithLineFeedsOnTheSlowPath) {
   // Only the first, small row of the first table went the fast way.
   EXPECT_NE(t.find("INSERT IGNORE INTO `bins`"), std::string::npos);
   EXPECT_EQ(t.find("INSERT IGNORE", t.find("INSERT IGNORE INTO `bins`") + 1), std::string::npos);
-  EXPECT_NE(t.find("\nINSERT INTO `texts`(`id`, `v`, `lt`, `fixed`, `guid`) VALUES (1, 'O\\'Neil', "), std::string::npos);
+  EXPECT_NE(t.find("\nINSERT INTO `texts`(`id`, `v`, `lt`, `fixed`, `guid`) VALUES (1, 'O\\'Neil', "),
+            std::string::npos);
   compare_tables(store, tables, targets, db);
   check_structure(db);
 }
@@ -581,8 +590,9 @@ TEST_F(DumpReplay, CharactersBeyondTheBmpWithUtf8AreReportedTwice) {
     auto dump = engine.create_dump(tk_utf8_decode(file), options);
     test::run_like_driver(engine, store, {L"smiles"}, *dump);
   }
-  EXPECT_TRUE(log.has_line("Column 'v' of table 'smiles' holds characters beyond U+FFFF, which the character set "
-                           "'utf8' cannot store; utf8mb4 can"));
+  EXPECT_TRUE(
+      log.has_line("Column 'v' of table 'smiles' holds characters beyond U+FFFF, which the character set "
+                   "'utf8' cannot store; utf8mb4 can"));
   const auto& server = mariadb_server::main();
   const auto replay = test::run_mariadb_client(server, server.account(), file);
   EXPECT_EQ(replay.exit_code, 0) << replay.output;

@@ -1,19 +1,20 @@
 // The dump-file destination: what it writes, statement by statement.
 #include "sql/dump.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "sql/engine.h"
-#include "support/temp_dir.h"
 #include "tk/exception.h"
 #include "tk/format.h"
 #include "tk/utf.h"
 #include "udb/properties.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -477,9 +478,7 @@ TEST_F(DmpDatabase, FullDiskAtTheEndIsReportedByFinish) {
   EXPECT_THROW(db->finish(), tk_exception_ex);
   db.reset();
   // A destructor left to complete alone logs the failure instead.
-  {
-    auto quiet = engine.create_dump(L"/dev/full", quiet_options());
-  }
+  { auto quiet = engine.create_dump(L"/dev/full", quiet_options()); }
   EXPECT_NE(log.text().find("was not completed: Cannot write the dump file '/dev/full': No space left on device"),
             std::string::npos);
 }

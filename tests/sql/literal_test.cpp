@@ -1,17 +1,18 @@
 // Values as MySQL statements spell them, and MySQL result cells as values.
 #include "sql/literal.h"
 
-#include <gtest/gtest.h>
-#include <mysql.h>
-
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <mysql.h>
+
 #include "ole/date.h"
 #include "sql/engine.h"
-#include "support/temp_dir.h"
 #include "tk/exception.h"
 #include "tk/utf.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {

@@ -6,8 +6,9 @@
 #include <mysql.h>
 
 #include "sql/engine.h"
-#include "support/temp_dir.h"
 #include "tk/exception.h"
+
+#include "support/temp_dir.h"
 
 namespace qb {
 namespace {
@@ -227,8 +228,7 @@ TEST(SqlMakeDefVal, CurrentMomentFlagsIgnoreTheText) {
 
 TEST(SqlMakeDefVal, DateTextsAreCanonisedInDoubleQuotes) {
   sql_engine engine;
-  EXPECT_EQ(make_mysql_def_val(with_default(column(vt::vt_date, 0, 1), L"2005/1/5 10:00")),
-            L"\"2005-01-05 10:00:00\"");
+  EXPECT_EQ(make_mysql_def_val(with_default(column(vt::vt_date, 0, 1), L"2005/1/5 10:00")), L"\"2005-01-05 10:00:00\"");
   EXPECT_EQ(make_mysql_def_val(with_default(column(vt::vt_date, 0, 2), L"2005-01-05 10:00:00")), L"\"2005-01-05\"");
   EXPECT_EQ(make_mysql_def_val(with_default(column(vt::vt_date, 0, 3), L"10:15:30")), L"\"10:15:30\"");
   EXPECT_EQ(make_mysql_def_val(with_default(column(vt::vt_date, 0, 1), L"sysdate()")), L"CURRENT_TIMESTAMP");

@@ -1,11 +1,11 @@
 #include "replay_support.h"
 
+#include <cerrno>
+#include <stdexcept>
+
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <stdexcept>
 
 #include "sql/client.h"
 #include "sql/exception.h"
@@ -13,8 +13,8 @@
 
 namespace qb::test {
 
-client_result run_mariadb_client(const mariadb_server& server, const mariadb_account& account,
-                                 const std::string& file, const std::string& database) {
+client_result run_mariadb_client(const mariadb_server& server, const mariadb_account& account, const std::string& file,
+                                 const std::string& database) {
   std::vector<std::string> args = {"mariadb",
                                    "--no-defaults",
                                    "--protocol=TCP",

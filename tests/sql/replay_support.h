@@ -5,14 +5,15 @@
 // Thread-safety: one test at a time per object.
 #pragma once
 
-#include <mysql.h>
-
 #include <string>
 #include <vector>
+
+#include <mysql.h>
 
 #include "ole/variant.h"
 #include "sql/dump.h"
 #include "sql/engine.h"
+
 #include "support/mariadb_server.h"
 #include "support/memory_database.h"
 
@@ -25,8 +26,8 @@ struct client_result {
 
 // Runs "mariadb --no-defaults --protocol=TCP -h.. -P.. -u.. -p.. --show-warnings
 // [database]" with the file as its standard input.
-client_result run_mariadb_client(const mariadb_server& server, const mariadb_account& account,
-                                 const std::string& file, const std::string& database = {});
+client_result run_mariadb_client(const mariadb_server& server, const mariadb_account& account, const std::string& file,
+                                 const std::string& database = {});
 
 // The lines of the client's output that report a warning, a note or an
 // error.

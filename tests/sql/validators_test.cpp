@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "sql/engine.h"
+
 #include "support/temp_dir.h"
 
 namespace qb {
