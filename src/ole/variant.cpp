@@ -196,6 +196,12 @@ ole_variant ole_variant::make_null() {
   return v;
 }
 
+ole_variant ole_variant::make_empty_bytes() {
+  ole_variant v;
+  v.set_bytes(vt_bytes);
+  return v;
+}
+
 ole_variant ole_variant::make_lpstr(std::string_view text) {
   ole_variant v;
   v.set_bytes(vt_lpstr).assign(text.begin(), text.end());

@@ -120,6 +120,10 @@ class ole_variant {
 
   // A value of tag 1 (SQL NULL).
   static ole_variant make_null();
+  // A byte array of no bytes: a non-NULL zero-length binary value, which an
+  // empty vector cannot express (that gives an empty value). Sources use it
+  // so that a stored 0x value does not arrive as NULL.
+  static ole_variant make_empty_bytes();
   // Text for the two pointer tags, which only ever convert to bytes.
   static ole_variant make_lpstr(std::string_view text);
   static ole_variant make_lpwstr(std::wstring_view text);

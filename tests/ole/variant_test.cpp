@@ -542,3 +542,20 @@ TEST(OleVariant, ExceptionsCarryTheirTextsAndCodes) {
 
 }  // namespace
 }  // namespace qb
+
+namespace qb {
+namespace {
+
+TEST(OleVariantEmptyBytes, IsANonEmptyByteArrayOfNoBytes) {
+  const ole_variant v = ole_variant::make_empty_bytes();
+  EXPECT_EQ(v.get_type(), ole_variant::vt_bytes);
+  EXPECT_FALSE(v.is_empty());
+  EXPECT_TRUE(v.bytes_view().empty());
+  EXPECT_EQ(v.to_string(), "");
+  const ole_variant copy = v;  // NOLINT(performance-unnecessary-copy-initialization)
+  EXPECT_EQ(copy.get_type(), ole_variant::vt_bytes);
+  EXPECT_TRUE(copy.bytes_view().empty());
+}
+
+}  // namespace
+}  // namespace qb

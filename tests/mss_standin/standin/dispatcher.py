@@ -293,6 +293,17 @@ def _unprepare(d, ctx, args):
     return []
 
 
+@procedure("qb_raise_error")
+def _raise_error(d, ctx, args):
+    """A test hook that no SQL Server has: EXEC qb_raise_error <number>, <class>, '<text>'
+    answers with that server message, so that a client can be tested against any of
+    SQL Server's error numbers through the real driver."""
+    if len(args) < 3 or not isinstance(args[0][1], int) or not isinstance(args[1][1], int):
+        raise QueryError(201, "Procedure or function 'qb_raise_error' expects a number, a class and a text.",
+                         16, 4)
+    raise QueryError(args[0][1], str(args[2][1]), args[1][1], 1)
+
+
 def _declared(definitions):
     out = []
     for item in split_top(tokenize(definitions or "")):
