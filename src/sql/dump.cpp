@@ -2,8 +2,10 @@
 
 #include <ctime>
 
+#include "sql/compat_functions.h"
 #include "sql/ddl.h"
 #include "sql/engine.h"
+#include "sql/view_converter.h"
 #include "tk/exception.h"
 #include "tk/files.h"
 #include "tk/format.h"
@@ -41,33 +43,12 @@ std::string comment_text(std::wstring_view text) {
   return out;
 }
 
-bool starts_with_no_case(std::string_view text, std::string_view prefix) {
-  if (text.size() < prefix.size()) return false;
-  for (std::size_t i = 0; i < prefix.size(); ++i) {
-    char a = text[i];
-    char b = prefix[i];
-    if (a >= 'a' && a <= 'z') a = static_cast<char>(a - 'a' + 'A');
-    if (b >= 'a' && b <= 'z') b = static_cast<char>(b - 'a' + 'A');
-    if (a != b) return false;
-  }
-  return true;
-}
-
 std::string joined(const std::vector<std::string>& names) {
   std::string out;
   for (std::size_t i = 0; i < names.size(); ++i) {
     if (i > 0) out += ", ";
     out += names[i];
   }
-  return out;
-}
-
-// The view text as the target reads it, ended by ";". The text passes
-// through unchanged for now.
-std::wstring view_text_for_target(const std::wstring& text) {
-  std::wstring out = text;
-  const std::size_t end = out.find_last_not_of(L" \t\r\n");
-  if (end == std::wstring::npos || out[end] != L';') out.insert(end == std::wstring::npos ? 0 : end + 1, L";");
   return out;
 }
 
@@ -149,7 +130,8 @@ std::string dmp_database::quote(const std::wstring& name) const {
 }
 
 void dmp_database::write_statement(std::string_view statement) {
-  if (starts_with_no_case(statement, "CREATE FUNCTION ")) {
+  // The text of dmp_statement_text, written without copying the statement.
+  if (dmp_is_create_function(statement)) {
     file_.write("DELIMITER $$" + eol_);
     file_.write(statement);
     file_.write(";" + eol_ + "$$" + eol_ + "DELIMITER ;" + eol_);
@@ -376,7 +358,7 @@ void dmp_database::create_views(const udb_view_list& views) {
   for (const auto& [name, text] : views) {
     LOG(2, "Processing '%s'", name);
     LOG(1, "\t'%s'", text);
-    if (text.size() < 6 || !tk_equal_no_case(std::wstring_view(text).substr(0, 6), L"select")) {
+    if (!sql_view_converter::is_select_text(text)) {
       LOG(2, "Skip non-select query");
       continue;
     }
@@ -387,7 +369,12 @@ void dmp_database::create_views(const udb_view_list& views) {
       names_map_.add_tn_mapping(name, target);
     }
     validator->add_existing_name(target);
-    file_.write("CREATE OR REPLACE VIEW " + quote(target) + " AS " + utf8(view_text_for_target(text)) + eol_);
+    // The old dialect writes no back quotes, in view bodies neither.
+    const std::wstring_view mark = options_.new_version ? sql_view_converter::backtick : std::wstring_view();
+    const std::wstring refined =
+        sql_view_converter::refine_view_in(sql_view_destination::dump, text, names_map_, mark, mark);
+    const std::wstring quoted = options_.new_version ? sql_quote_name(target) : target;
+    file_.write(utf8(sql_view_converter::create_view_statement(quoted, refined)) + eol_);
   }
 }
 

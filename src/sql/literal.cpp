@@ -216,7 +216,8 @@ void append_value_literal(std::string& out, const udb_field& field, bool with_fr
     LOG(1, "special processing for BLOBs");
     const auto bytes = field.bytes_view();
     if (bytes.empty()) {
-      out.append("NULL");
+      // A stored binary of no bytes: the empty literal, not NULL.
+      out.append("''");
     } else {
       out.append("0x");
       append_hex(out, bytes.data(), bytes.size());
@@ -412,7 +413,11 @@ ole_variant get_variant(const char* value, unsigned long length, std::uint32_t t
   }
   const std::string_view text(value, length);
   const bool binary = (flags & BINARY_FLAG) != 0;
-  const auto bytes = [&] { return ole_variant(length, reinterpret_cast<const std::uint8_t*>(value)); };
+  // A binary cell of no bytes is a value of its own, not NULL.
+  const auto bytes = [&] {
+    if (length == 0) return ole_variant::make_empty_bytes();
+    return ole_variant(length, reinterpret_cast<const std::uint8_t*>(value));
+  };
   if (type == MYSQL_TYPE_VAR_STRING) {
     if (!binary) {
       LOG(1, "Extract TEXT value");
@@ -445,6 +450,7 @@ ole_variant get_variant(const wchar_t* value, std::size_t length, std::uint32_t 
   const std::wstring_view text(value, length);
   const bool binary = (flags & BINARY_FLAG) != 0;
   const auto bytes = [&] {
+    if (length == 0) return ole_variant::make_empty_bytes();
     std::vector<std::uint8_t> data(length);
     for (std::size_t i = 0; i < length; ++i) data[i] = static_cast<std::uint8_t>(text[i]);
     return ole_variant(data);

@@ -62,9 +62,11 @@ std::wstring to_mysql_wstr(std::wstring_view text, std::uint16_t vartype);
 
 // --- Literals from values -----------------------------------------------------------
 // The literal of a field's own value: a byte array as "0x" and two
-// upper-case hexadecimal digits a byte (NULL when it has no bytes); anything
-// else its text rendered by the rules above with the value's own tag. A null
-// field is an internal error.
+// upper-case hexadecimal digits a byte, a byte array of no bytes (a stored
+// zero-length binary, ole_variant::make_empty_bytes) as the empty literal '';
+// anything else its text rendered by the rules above with the value's own
+// tag (an empty value, which is also what a vector of no bytes makes, is
+// NULL). A null field is an internal error.
 std::string to_mysql_str(const udb_field* field);
 void append_mysql_str(std::string& out, const udb_field& field);
 
@@ -94,8 +96,10 @@ bool sql_is_long_value(const udb_field& field);
 // client library gives (a null value pointer is SQL NULL and gives an empty
 // value); type and flags are the column's MYSQL_FIELD type and flags.
 // VAR_STRING and the blob types are text or bytes by BINARY_FLAG (blobs are
-// text while the engine's blob_to_text is set); a BIT is true when its first
-// byte is not zero; every other type is read from its text by get_vartype.
+// text while the engine's blob_to_text is set), a binary cell of no bytes
+// being a zero-length byte array, not an empty value; a BIT is true when its
+// first byte is not zero; every other type is read from its text by
+// get_vartype.
 ole_variant get_variant(const char* value, unsigned long length, std::uint32_t type, std::uint32_t flags);
 // The same for a cell given as wide text; for a binary cell each character
 // stands for one byte.

@@ -423,11 +423,11 @@ TEST_F(DmpDatabase, ViewsThatAreNotSelectsAreSkipped) {
                     {L"v2", L"  select id from t"},
                     {L"v3", L"/* x */ select id from t"},
                     {L"v4", L"exec p"},
-                    {L"v|5", L"select name from t;"}});
+                    {L"v|5", L"select  [name]\r\n from t"}});
   db->finish();
   const std::string t = text();
   EXPECT_NE(t.find("UNLOCK TABLES;\nCREATE OR REPLACE VIEW `v1` AS SELECT id FROM t;\n"
-                   "CREATE OR REPLACE VIEW `v_5` AS select name from t;\n"),
+                   "CREATE OR REPLACE VIEW `v_5` AS select `name` from t;\n"),
             std::string::npos)
       << t;
   EXPECT_EQ(t.find("v2"), std::string::npos);

@@ -111,6 +111,9 @@ TEST(SqlToMysqlStrField, BytesAreHexadecimal) {
   EXPECT_EQ(to_mysql_str(&f), "0x00FF");
   const udb_field empty = field(ole_variant());
   EXPECT_EQ(to_mysql_str(&empty), "NULL");
+  // A stored binary of no bytes is a value: the empty literal.
+  const udb_field no_bytes = field(ole_variant::make_empty_bytes());
+  EXPECT_EQ(to_mysql_str(&no_bytes), "''");
   EXPECT_THROW(to_mysql_str(static_cast<const udb_field*>(nullptr)), tk_mail_assertion);
 }
 
@@ -190,6 +193,9 @@ TEST(SqlGetFldAppendStr, BinaryBytesAreHexAndEmptyIsNull) {
   EXPECT_EQ(cell(ole_variant(bytes), column(vt::vt_bytes, 10)), "0x00FF");
   EXPECT_EQ(cell(ole_variant(std::vector<std::uint8_t>()), column(vt::vt_bytes, 10)), "NULL");
   EXPECT_EQ(cell(ole_variant(std::vector<std::uint8_t>()), column(vt::vt_bytes, 10, true)), "NULL");
+  EXPECT_EQ(cell(ole_variant::make_empty_bytes(), column(vt::vt_bytes, 10)), "''");
+  EXPECT_EQ(cell(ole_variant::make_empty_bytes(), column(vt::vt_bytes, 10, true)), "''");
+  EXPECT_EQ(cell(ole_variant::make_empty_bytes(), column(vt::vt_bstr, 10)), "''");
 }
 
 TEST(SqlGetFldAppendStr, GeometryTextIsWrapped) {
@@ -290,6 +296,12 @@ TEST(SqlGetVariant, TextOrBytesByTheBinaryFlag) {
   EXPECT_EQ(blob.get_type(), vt::vt_bytes);
   ole_variant long_text = get_variant(raw.data(), 4, MYSQL_TYPE_BLOB, 0);
   EXPECT_EQ(long_text.get_type(), vt::vt_bstr);
+  // A binary cell of no bytes is a zero-length byte array, not NULL.
+  const ole_variant none = get_variant(raw.data(), 0, MYSQL_TYPE_BLOB, BINARY_FLAG);
+  EXPECT_EQ(none.get_type(), vt::vt_bytes);
+  EXPECT_FALSE(none.is_empty());
+  EXPECT_TRUE(none.bytes_view().empty());
+  EXPECT_EQ(get_variant(L"", 0, MYSQL_TYPE_VAR_STRING, BINARY_FLAG).get_type(), vt::vt_bytes);
   engine.set_blob_to_text(true);
   EXPECT_EQ(get_variant(raw.data(), 4, MYSQL_TYPE_BLOB, BINARY_FLAG).get_type(), vt::vt_bstr);
 }

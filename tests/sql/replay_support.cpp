@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "sql/client.h"
+#include "sql/compat_functions.h"
 #include "sql/exception.h"
 #include "sql/literal.h"
 
@@ -80,6 +81,20 @@ std::vector<std::string> diagnostic_lines(const std::string& output) {
   return lines;
 }
 
+std::vector<std::string> unexpected_diagnostics(const std::string& output, std::size_t* dropped) {
+  std::vector<std::string> lines;
+  std::size_t absent = 0;
+  for (std::string& line : diagnostic_lines(output)) {
+    if (line.rfind("Note (Code 1305): FUNCTION ", 0) == 0 && line.find(" does not exist") != std::string::npos) {
+      ++absent;
+      continue;
+    }
+    lines.push_back(std::move(line));
+  }
+  if (dropped != nullptr) *dropped = absent;
+  return lines;
+}
+
 std::vector<std::wstring> run_like_driver(sql_engine& engine, memory_store& source,
                                           const std::vector<std::wstring>& tables, dmp_database& dump) {
   memory_database src(source, L"source", 1);
@@ -104,6 +119,8 @@ std::vector<std::wstring> run_like_driver(sql_engine& engine, memory_store& sour
     targets.push_back(name);
   }
   dump.create_relationships(src.relationships());
+  // The helper functions a view may call go ahead of the views.
+  sql_create_compat_functions([&dump](const std::wstring& statement) { dump.query(statement); });
   dump.create_views(src.views());
   dump.finish();
   return targets;
