@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include "app/tn_validator.h"
 #include "mss/table_names.h"
 #include "tk/exception.h"
 #include "tk/files.h"
@@ -146,10 +145,10 @@ std::unique_ptr<udb_database> quillbridge_convertor::open_source(const std::wstr
   return source_engine().open_db(name, open_mode, schema);
 }
 
-std::uint32_t quillbridge_convertor::dest_version() { return mysql_engine().version(); }
-
-std::unique_ptr<udb_validator> quillbridge_convertor::create_tn_validator(std::uint32_t version) {
-  return app_create_tn_validator(version);
+std::unique_ptr<udb_validator> quillbridge_convertor::create_tn_validator() {
+  // The names are entered by the driver (the selection, then the
+  // destination's tables), in that order.
+  return mysql_engine().create_tn_validator({}, {});
 }
 
 void quillbridge_convertor::set_max_allowed_packet(std::uint32_t bytes) {

@@ -172,9 +172,7 @@ void dmp_recordset::stream_value(const udb_field& field, std::size_t index) {
   const std::wstring_view text = field.text_view();
   sql_render_note note;
   for (std::size_t pos = 0; pos < text.size();) {
-    std::size_t end = std::min(text.size(), pos + piece_size);
-    // A run of quotes stays in one piece: a pair of them is kept as it is.
-    while (end < text.size() && text[end - 1] == L'\'' && text[end] == L'\'') ++end;
+    const std::size_t end = std::min(text.size(), pos + piece_size);
     piece_.clear();
     sql_append_escaped(piece_, text.substr(pos, end - pos), &note);
     db().write_raw(piece_);

@@ -16,7 +16,7 @@
 
 #include "app/convertor.h"
 #include "app/driver.h"
-#include "app/tn_validator.h"
+#include "sql/engine.h"
 #include "sql/exception.h"
 #include "tk/error_handler.h"
 #include "tk/error_tables.h"
@@ -185,7 +185,7 @@ class batching_recordset : public udb_recordset {
     pending_.push_back(record);
     if (pending_.size() >= rule_.size) send();
   }
-  void flush() override {
+  void finish() override {
     if (rule_.fail_flush && !pending_.empty()) throw tk_exception("Lost connection to MySQL server", 1);
     send();
   }
@@ -308,6 +308,8 @@ class memory_services : public conversion_services {
   std::uint32_t source_mode = 0;
   std::wstring source_schema_given;
   std::uint32_t dest_mode = udb_open_dest_update;
+  // Unconnected: it gives the table-name validator of version.
+  sql_engine engine;
 
   std::unique_ptr<udb_database> open_source(const std::wstring& name, std::uint32_t mode,
                                             const std::wstring& schema_filter) override {
@@ -319,8 +321,10 @@ class memory_services : public conversion_services {
   std::unique_ptr<udb_database> get_dest_base() override {
     return std::make_unique<watched_dest>(dest, L"target", dest_mode, watch, batch);
   }
-  std::uint32_t dest_version() override { return version; }
-  std::unique_ptr<udb_validator> create_tn_validator(std::uint32_t v) override { return app_create_tn_validator(v); }
+  std::unique_ptr<udb_validator> create_tn_validator() override {
+    engine.set_version(version);
+    return engine.create_tn_validator({}, {});
+  }
   [[nodiscard]] bool is_direct() const override { return direct; }
   void set_max_allowed_packet(std::uint32_t bytes) override { packet_requests.push_back(bytes); }
   [[nodiscard]] std::uint8_t fast_mode() const override { return fast; }
