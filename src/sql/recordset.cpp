@@ -51,6 +51,14 @@ std::uint32_t decimal_precision(const MYSQL_FIELD& field) {
   return static_cast<std::uint32_t>(length);
 }
 
+// The character set number of binary strings.
+constexpr unsigned binary_charset = 63;
+
+bool is_string_type(std::uint32_t type) {
+  return type == MYSQL_TYPE_VAR_STRING || type == MYSQL_TYPE_STRING || type == MYSQL_TYPE_VARCHAR ||
+         (type >= MYSQL_TYPE_TINY_BLOB && type <= MYSQL_TYPE_BLOB);
+}
+
 std::uint64_t scan_count(std::string_view text) {
   std::uint64_t value = 0;
   std::from_chars(text.data(), text.data() + text.size(), value);
@@ -191,11 +199,14 @@ void sql_recordset::initialize() {
         column.b_auto_num = true;
         auto_column = name;
       }
-      if (vt::is_binary_type(column.vartype) && f.type >= MYSQL_TYPE_TINY_BLOB && f.type <= MYSQL_TYPE_BLOB &&
-          f.charsetnr != 63) {
-        // A TEXT column: the client reports it as a BLOB with a character set.
-        LOG(1, "Change type from BLOB to TEXT");
-        column.vartype = vt::vt_bstr;
+      if (is_string_type(static_cast<std::uint32_t>(f.type))) {
+        // Text or bytes by the column's character set, "binary" (63) being
+        // bytes: a TEXT column is reported as a BLOB with a character set, a
+        // VARCHAR with a binary collation carries the binary flag, and a
+        // BLOB must stay bytes also while blob_to_text reads cells as text.
+        const bool binary = f.charsetnr == binary_charset;
+        if (!binary && vt::is_binary_type(column.vartype)) LOG(1, "Change type from BLOB to TEXT");
+        column.vartype = binary ? vt::vt_bytes : vt::vt_bstr;
       }
       schema_.push_back(std::move(column));
     }

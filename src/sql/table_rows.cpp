@@ -72,10 +72,7 @@ sql_table::~sql_table() {
 
 void sql_table::finish() {
   LOG(2, "sql_table::finish(%s)", name_);
-  if (!buffer_.empty()) {
-    LOG(1, "Run SQL query: [%s]", buffer_);
-    send_batch();
-  }
+  send_batch();
   drain();
   throw_deferred();
 }
@@ -103,10 +100,7 @@ void sql_table::append_record(udb_record& record) {
   if (total > row_limit) {
     LOG(3, "Row is too big (%d bytes), swtich to slow_append", total);
     engine().set_fast_mode(false);
-    if (!buffer_.empty()) {
-      LOG(1, "Run SQL query: [%s]", buffer_);
-      send_batch();
-    }
+    send_batch();
   }
   try {
     if (engine().fast_mode()) {
