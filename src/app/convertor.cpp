@@ -163,7 +163,11 @@ void quillbridge_convertor::set_max_allowed_packet(std::uint32_t bytes) {
 
 std::uint8_t quillbridge_convertor::fast_mode() const { return mysql_engine().fast_mode() ? 1 : 0; }
 
-void quillbridge_convertor::set_fast_mode(std::uint8_t value) { mysql_engine().set_fast_mode(value != 0); }
+void quillbridge_convertor::set_fast_mode(std::uint8_t value) {
+  // A row too big for the multi-row path has turned it off for the rest of
+  // the run; the driver's restoring after a merged table does not undo that.
+  mysql_engine().set_fast_mode(value != 0 && !mysql_engine().row_too_big_seen());
+}
 
 udb_table_mutator* quillbridge_convertor::find_table_mutator(const std::wstring& source_name) {
   return mutators_ == nullptr ? nullptr : mutators_->get_table_mutator3(source_name);

@@ -77,7 +77,7 @@ void dmp_recordset::append_record(udb_record& record) {
   LOG(1, "record size=%d", total);
   if (total > row_limit) {
     LOG(3, "Row is too big (%d bytes), swtich to slow_append", total);
-    engine().set_fast_mode(false);
+    engine().note_row_too_big();
     flush_batch();
   }
   if (engine().fast_mode()) {

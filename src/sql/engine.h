@@ -195,6 +195,15 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   // it for the rest of the run.
   [[nodiscard]] bool fast_mode() const { return fast_mode_ != 0; }
   void set_fast_mode(bool on) { fast_mode_ = on ? 1 : 0; }
+  // A row of more than 1,000,000 bytes was seen: fast_mode is cleared, and
+  // row_too_big_seen tells the driver, which restores fast_mode for each
+  // table after a merge has cleared it for one, that this clearing holds for
+  // every later table of the run.
+  void note_row_too_big() {
+    fast_mode_ = 0;
+    row_too_big_ = true;
+  }
+  [[nodiscard]] bool row_too_big_seen() const { return row_too_big_; }
   // Read BLOB columns as text (set around schema reading).
   [[nodiscard]] bool blob_to_text() const { return blob_to_text_ != 0; }
   void set_blob_to_text(bool on) { blob_to_text_ = on ? 1 : 0; }
@@ -232,6 +241,7 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   std::uint32_t session_packet_size_ = 0;  // the session's own limit; 0 while not asked
   bool fractional_seconds_ = false;
   bool mariadb_ = false;
+  bool row_too_big_ = false;
   int large_prefix_ = -1;  // -1: by the version
   std::vector<std::wstring> charsets_;
   std::vector<std::wstring> storage_engines_;

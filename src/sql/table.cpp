@@ -277,6 +277,7 @@ void sql_table::update(udb_record& record) {
   statement_ = "UPDATE " + tk_utf8_encode(sql_quote_name(name_)) + " SET " + set + " WHERE " + where;
   LOG(1, "UPDATE QUERY: %s", statement_);
   drain();
+  ++slow_statements_;
   const sql_statement_outcome outcome = db().query_append(statement_);
   complete(pending_statement{false, statement_kind::update, 1, row_counter_, 0}, outcome);
 }
@@ -310,6 +311,7 @@ void sql_table::update(udb_record& record, const std::wstring& key) {
   statement_ = "UPDATE " + tk_utf8_encode(sql_quote_name(name_)) + " SET " + set + " WHERE " + tk_utf8_encode(key);
   LOG(1, "UPDATE QUERY: %s", statement_);
   drain();
+  ++slow_statements_;
   const sql_statement_outcome outcome = db().query_append(statement_);
   complete(pending_statement{false, statement_kind::update, 1, row_counter_, 0}, outcome);
 }
@@ -352,6 +354,7 @@ void sql_table::delete_key(const udb_key_list& key) {
   statement_ = "DELETE FROM " + tk_utf8_encode(sql_quote_name(name_)) + " WHERE " + where;
   LOG(1, "Run SQL query: %s", statement_);
   drain();
+  ++slow_statements_;
   static_cast<void>(db().query_append(statement_));
 }
 

@@ -112,7 +112,7 @@ class sql_table : public sql_recordset {
   [[nodiscard]] const udb_relationships& foreign_keys() const { return foreign_keys_; }
   // Rows the server replaced (REPLACE) so far.
   [[nodiscard]] std::uint64_t rows_replaced() const { return replaced_; }
-  // Statements sent so far.
+  // Multi-row statements sent so far.
   [[nodiscard]] std::uint32_t statements_sent() const { return batches_; }
 
  private:
@@ -170,6 +170,8 @@ class sql_table : public sql_recordset {
   std::optional<sql_exception> deferred_;
   std::uint64_t row_counter_ = 0;
   std::uint32_t batches_ = 0;
+  std::uint32_t slow_statements_ = 0;
+  bool summarised_ = false;
   std::uint64_t written_ = 0;
   std::uint64_t warnings_ = 0;
   std::uint64_t replaced_ = 0;

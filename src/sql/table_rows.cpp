@@ -74,6 +74,11 @@ void sql_table::finish() {
   LOG(2, "sql_table::finish(%s)", name_);
   send_batch();
   drain();
+  if (!summarised_ && batches_ + slow_statements_ > 0) {
+    summarised_ = true;
+    LOG(2, "Table '%s': %d statements, %I64u rows written, %I64u replaced, %I64u warnings", name_,
+        batches_ + slow_statements_, written_, replaced_, warnings_);
+  }
   throw_deferred();
 }
 
@@ -99,7 +104,7 @@ void sql_table::append_record(udb_record& record) {
   LOG(1, "record size=%d", total);
   if (total > row_limit) {
     LOG(3, "Row is too big (%d bytes), swtich to slow_append", total);
-    engine().set_fast_mode(false);
+    engine().note_row_too_big();
     send_batch();
   }
   try {
@@ -307,7 +312,9 @@ void sql_table::batch_failed(const pending_statement& statement, const sql_excep
   LOG(3, "Table '%s': rows #%I64u to #%I64u (batch %d) were not written: %s", name_, statement.first_row,
       statement.first_row + statement.rows - 1, statement.batch, e.what());
   LOG(3, "QUERY=%s VALUES ... (%I64u rows)", head_, statement.rows);
-  if (!deferred_) deferred_ = e;
+  // A lost connection is thrown at once; any other failure waits for the
+  // next call that may report it.
+  if (!deferred_ && !e.connection_lost()) deferred_ = e;
 }
 
 void sql_table::throw_deferred() {
@@ -404,6 +411,7 @@ void sql_table::slow_append(udb_record& record) {
   render_row(statement_, record, pairs_, prepared, &params);
   LOG(1, "Run SQL query: %s", statement_);
   drain();
+  ++slow_statements_;
   if (!prepared) {
     const sql_statement_outcome outcome = db().query_append(statement_);
     complete(pending_statement{false, kind, 1, row_counter_, 0}, outcome);
@@ -428,6 +436,8 @@ void sql_table::slow_append(udb_record& record) {
         row_counter_, total, limit);
     throw sql_row_too_big_exception();
   }
+  LOG(2, "Table '%s': row #%I64u goes by a prepared statement with %d long values", name_, row_counter_,
+      static_cast<int>(long_values.size()));
   const sql_statement_outcome outcome = db().prepared_statement(statement_, long_values);
   complete(pending_statement{false, kind, 1, row_counter_, 0}, outcome);
 }

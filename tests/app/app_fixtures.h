@@ -164,6 +164,7 @@ class watched_source : public memory_database {
 struct batching {
   std::size_t size = 0;  // rows held back before they go out; 0: none
   bool fail_flush = false;
+  bool fail_finish = false;  // the destination's finish() fails
 };
 
 // A destination recordset that holds rows back until a batch is full or it
@@ -235,6 +236,10 @@ class watched_dest : public memory_database {
   bool delete_tab(const std::wstring& name) override {
     log_.calls.emplace_back("delete_tab");
     return memory_database::delete_tab(name);
+  }
+  void finish() override {
+    log_.calls.emplace_back("dest finished");
+    if (rule_.fail_finish) throw tk_exception("Cannot write the dump file '/full/disk.sql': No space left on device", 1);
   }
 
  private:
