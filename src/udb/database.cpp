@@ -45,6 +45,8 @@ void udb_database::create_sequences(const std::vector<udb_sequence>& /*sequences
 
 void udb_database::create_views(const udb_view_list& /*views*/) {}
 
+udb_view_counts udb_database::view_counts() const { return {}; }
+
 void udb_database::delete_fk(const std::wstring& /*name*/) {}
 
 void udb_database::delete_idx(const std::wstring& /*table*/, const std::wstring& /*index*/) {}

@@ -40,6 +40,17 @@ class udb_recordset;
 using udb_view = std::pair<std::wstring, std::wstring>;
 using udb_view_list = std::vector<udb_view>;
 
+// What a destination says became of the views given to create_views: created,
+// refused (each refusal also went to the error handler), or passed over
+// (a definition that is not a SELECT). A destination that cannot tell leaves
+// known false.
+struct udb_view_counts {
+  bool known = false;
+  std::uint32_t created = 0;
+  std::uint32_t failed = 0;
+  std::uint32_t skipped = 0;
+};
+
 // A sequence of the source database: a name and five numbers.
 struct udb_sequence {
   std::wstring name;
@@ -109,6 +120,10 @@ class udb_database {
   virtual std::vector<std::wstring>& get_table_names();
   // True when the table list holds the name. Logs each candidate.
   virtual bool is_table_exist(const std::wstring& name);
+
+  // The figures of the views handed to create_views so far; the base does
+  // not know them.
+  [[nodiscard]] virtual udb_view_counts view_counts() const;
 
   // Records a table rename of the run. Logs
   // "udb_database::add_tn_mapping(%s->%s)".

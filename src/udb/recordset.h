@@ -33,6 +33,17 @@ class udb_database;
 // The values of a row's primary-key columns, in key order.
 using udb_key_list = std::vector<ole_variant>;
 
+// What a destination recordset says it has written, for the count of rows
+// that the driver keeps per table. rows_written counts the rows the
+// destination has stored (inserted, or replaced through update1 or a REPLACE
+// statement), warnings the warnings the destination reported for them. A
+// destination that cannot tell leaves known false.
+struct udb_write_counts {
+  bool known = false;
+  std::uint64_t rows_written = 0;
+  std::uint64_t warnings = 0;
+};
+
 class udb_recordset {
  public:
   // A recordset over a query (an empty query means a table).
@@ -72,6 +83,17 @@ class udb_recordset {
   // The values of the primary-key columns of this recordset, taken from
   // record (found by name). that is the other side's schema.
   virtual udb_key_list get_key(const udb_schema& that, const udb_record& record);
+
+  // --- Verification of what a destination wrote --------------------------------
+  // Sends the rows still pending (a batched destination holds some back)
+  // and reports a failure by throwing. The driver calls it at the end of
+  // each table, so that a failure of the last batch is reported with its
+  // table and the counts below are complete; the destructor remains the
+  // quiet safety net. The base has nothing pending.
+  virtual void flush();
+  // The figures above, as far as they are known at this moment; the base
+  // does not know them.
+  [[nodiscard]] virtual udb_write_counts write_counts() const;
 
   // Adds an index unless one of that name (compared without regard to case)
   // exists. Logs "udb_recordset::add_index(%s, %d)" with the name and the

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tk/error_handler.h"
 #include "tk/exception.h"
 #include "tk/format.h"
 #include "tk/log.h"
@@ -177,10 +178,21 @@ void memory_database::create_index(const std::wstring& table, const udb_schema& 
 
 void memory_database::create_views(const udb_view_list& views) {
   for (const auto& [view, definition] : views) {
+    const bool refused = std::any_of(store_.refused_views.begin(), store_.refused_views.end(),
+                                     [&](const std::wstring& name) { return name == view; });
+    if (refused) {
+      ++view_counts_.failed;
+      error_handler::instance().set_context(L"View '" + view + L"'");
+      error_handler::instance().handle(tk_exception(tk_format("View %s cannot be created", view), 0), false);
+      continue;
+    }
     store_.created_views.emplace_back(names_map_.get_tn_mapped_name(view, false),
                                       names_map_.do_global_replace1(definition, L"`", L"`"));
+    ++view_counts_.created;
   }
 }
+
+udb_view_counts memory_database::view_counts() const { return view_counts_; }
 
 bool memory_database::delete_tab(const std::wstring& name) {
   store_.remove_table(name);
@@ -263,7 +275,10 @@ void memory_recordset::append_record(udb_record& record) {
   if (store_ != nullptr && store_->on_append) store_->on_append(*table_, row);
   table_->rows.push_back(std::move(row));
   rec_count_ = table_->rows.size();
+  ++rows_written_;
 }
+
+udb_write_counts memory_recordset::write_counts() const { return {true, rows_written_, 0}; }
 
 void memory_recordset::update1(udb_record& record) {
   udb_recordset::update1(record);
@@ -273,6 +288,7 @@ void memory_recordset::update1(udb_record& record) {
   for (udb_record& stored : table_->rows) {
     if (table_->key_of(stored) == key) {
       stored = std::move(row);
+      ++rows_written_;
       return;
     }
   }

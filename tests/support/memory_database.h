@@ -81,6 +81,10 @@ class memory_store {
   // Called before a row is stored by append_record; a test may throw from it
   // to make the target refuse a row (for example on a duplicate key).
   std::function<void(const memory_table& table, const udb_record& row)> on_append;
+  // Views that create_views refuses, as a server refuses a view it cannot
+  // create: the failure goes to the error handler with the context
+  // "View '<name>'" and the next view follows.
+  std::vector<std::wstring> refused_views;
 
   // --- Written by the target side --------------------------------------------------
   udb_relationships created_relationships;  // names resolved to target names
@@ -123,6 +127,8 @@ class memory_database : public udb_database {
                                            std::uint32_t flags) override;
   // A recordset over the table; an unknown table throws tk_exception.
   std::unique_ptr<udb_recordset> get_table(const std::wstring& name, std::uint32_t flags) override;
+  // Counts what create_views did with each view.
+  udb_view_counts view_counts() const override;
   // Records the statement; "delete from <table>" empties the table. Returns null.
   std::unique_ptr<udb_recordset> query(const std::wstring& statement) override;
   // True for a registered query text.
@@ -140,6 +146,7 @@ class memory_database : public udb_database {
 
  private:
   memory_store& store_;
+  udb_view_counts view_counts_{true, 0, 0, 0};
 };
 
 class memory_recordset : public udb_recordset {
@@ -155,6 +162,9 @@ class memory_recordset : public udb_recordset {
   void append_record(udb_record& record) override;
   // Replaces the stored row with the same primary key; no such row: nothing.
   void update1(udb_record& record) override;
+  // Every row that append_record stored or update1 replaced through this
+  // recordset; no warnings.
+  [[nodiscard]] udb_write_counts write_counts() const override;
   // A copy of the current row, owned here, valid until the next call.
   udb_record* get_item() override;
   bool is_eof() override;
@@ -171,6 +181,7 @@ class memory_recordset : public udb_recordset {
   memory_store* store_;
   std::shared_ptr<memory_table> table_;
   udb_record current_;
+  std::uint64_t rows_written_ = 0;
 };
 
 // Keeps one store per database name.
