@@ -284,7 +284,7 @@ class Engine:
                     out.append(self._global(w))
                     i += 1
                     continue
-                if w == "N" or w.startswith("@"):
+                if w.startswith("@"):
                     raise QueryError(137, f'Must declare the scalar variable "{t.value}".', 15, 2)
                 out.append(t.value if w not in ("ISNULL",) else "IFNULL")
                 i += 1
