@@ -108,6 +108,35 @@ bool unquote(std::wstring& text) {
 
 bool is_numeric_tag(std::uint16_t type) { return ole_variant::is_numeric_type(type) || type == ole_variant::vt_bool; }
 
+bool is_digit(wchar_t c) { return c >= L'0' && c <= L'9'; }
+
+// A plain number: a sign, digits with at most one point, an exponent. The
+// value types read numbers leniently (as the C library does: "abs(1)" reads
+// 0), so a default that is an expression is caught here rather than carried
+// as a wrong number.
+bool is_number_text(std::wstring_view text) {
+  std::size_t i = 0;
+  const std::size_t n = text.size();
+  while (i < n && text[i] == L' ') ++i;
+  if (i < n && (text[i] == L'+' || text[i] == L'-')) ++i;
+  std::size_t digits = 0;
+  while (i < n && is_digit(text[i])) ++i, ++digits;
+  if (i < n && text[i] == L'.') {
+    ++i;
+    while (i < n && is_digit(text[i])) ++i, ++digits;
+  }
+  if (digits == 0) return false;
+  if (i < n && (text[i] == L'e' || text[i] == L'E')) {
+    ++i;
+    if (i < n && (text[i] == L'+' || text[i] == L'-')) ++i;
+    const std::size_t start = i;
+    while (i < n && is_digit(text[i])) ++i;
+    if (i == start) return false;
+  }
+  while (i < n && text[i] == L' ') ++i;
+  return i == n;
+}
+
 }  // namespace
 
 // --- odb_table ---------------------------------------------------------------------
@@ -257,6 +286,10 @@ void mss_table::apply_default(t_ftd& field, const std::wstring& text) {
     LOG(2, "Def.value '%s' cannot be carried, it is dropped: %s", text, e.what());
     return;
   }
+  if (value.is_empty()) {
+    LOG(2, "Def.value '%s' is no date the column can take, it is dropped", text);
+    return;
+  }
   LOG(2, "Got default variant: %s", value.to_wstring());
   if (field.vartype == ole_variant::vt_bstr && value.get_type() == ole_variant::vt_bstr && field.size > 0 &&
       value.text_view().size() > field.size) {
@@ -294,6 +327,9 @@ ole_variant mss_table::get_def_value(std::uint16_t type, const std::wstring& tex
   }
   tk_wstring::replace_all(buf, L"''", L"'");
   LOG(2, "Got string def.value: [%s]", buf);
+  if (is_numeric_tag(type) && !is_number_text(buf)) {
+    throw tk_exception(tk_format("The default '%s' is not a value of the column's type", buf), 0);
+  }
   return ole_variant::from_wstring(buf, type);
 }
 
@@ -458,7 +494,10 @@ void mss_table::init_indexes2(const std::wstring& owner, const std::wstring& tab
     add_foreign_key(name, composed(parent_schema(name, owner), odb_row_text(row, 3)), owner, composed(owner, table),
                     odb_row_text(row, 4), odb_row_text(row, 2), update_rule, delete_rule);
   }
+  // The statement lists included columns among the keys; they are told
+  // apart as on the other servers, so that no index grows by long columns.
   std::vector<udb_index> list(found.begin(), found.end());
+  read_included_columns(list);
   copy_indexes(list);
 }
 

@@ -97,9 +97,9 @@ class mss_table : public odb_table {
   // Primary key, foreign keys (those that refer to this table), indexes and
   // their included columns, through the catalog functions.
   void init_indexes(const std::wstring& owner, const std::wstring& table);
-  // The same from the catalog views, for Azure: indexes (their included
-  // columns among the keys, as the catalog lists them), and the foreign keys
-  // this table holds. The statement names a parent table without its schema;
+  // The same from the catalog views, for Azure: indexes (the statement lists
+  // included columns among the keys; they are told apart as on the other
+  // servers), and the foreign keys this table holds. The statement names a parent table without its schema;
   // that schema is read from the key's row in sys.foreign_keys.
   void init_indexes2(const std::wstring& owner, const std::wstring& table);
   // Runs text into the table's rowset, keeping the schema (and its
