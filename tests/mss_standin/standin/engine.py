@@ -163,6 +163,7 @@ class Engine:
         for s in candidates:
             view_key = catalog.lookup(s, name, self.server)
             if view_key:
+                self._check_catalog(db, s, name)
                 return self._catalog(db, view_key)
             schema = db.schema(s)
             if schema is None:
@@ -182,6 +183,12 @@ class Engine:
             if view_key:
                 return self._catalog(db, view_key)
         raise invalid_object(shown)
+
+    def _check_catalog(self, db, schema_name, name):
+        """A catalog view can be denied like a table ("db.sys.identity_columns" in deny_select)."""
+        if f"{db.name}.{schema_name}.{name}".lower() in self.ctx.user.deny_select:
+            raise QueryError(229, f"The SELECT permission was denied on the object '{name}', "
+                                  f"database 'mssqlsystemresource', schema '{schema_name}'.", 14, 5)
 
     def _check_select(self, db, schema, name):
         if f"{db.name}.{schema.name}.{name}".lower() in self.ctx.user.deny_select:
