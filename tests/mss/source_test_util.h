@@ -82,7 +82,7 @@ struct column_expectation {
   std::uint32_t reserved;
   bool not_null;
   bool auto_num = false;
-  std::string def_value;  // describe() of the default; "0:" for none
+  std::string def_value = {};  // describe() of the default; "0:" for none
   std::uint32_t prec = 0;
   std::uint32_t scale = 0;
 };
