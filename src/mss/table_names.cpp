@@ -2,14 +2,19 @@
 
 #include <atomic>
 
+#include "mss/engine.h"
 #include "tk/log.h"
 
 namespace qb {
 
 namespace {
 
-std::atomic<bool> engine_initialized{false};
 std::atomic<bool> engine_view_owned{true};
+
+bool engine_initialized() {
+  const mss_engine* engine = mss_engine::try_instance();
+  return engine != nullptr && engine->is_connected();
+}
 
 bool is_bracketed(const std::wstring& name) { return name.front() == L'[' && name.back() == L']'; }
 
@@ -28,7 +33,7 @@ void split_bracketed(const std::wstring& name, std::wstring& table, std::wstring
 
 void split_plain(const std::wstring& name, std::wstring& table, std::wstring& owner) {
   LOG(1, "Name is NOT enclosed in [...]");
-  LOG(1, "mss_engine::is_initialized()=%d", engine_initialized.load() ? 1 : 0);
+  LOG(1, "mss_engine::is_initialized()=%d", engine_initialized() ? 1 : 0);
   LOG(1, "is_view_owned()=%d", engine_view_owned.load() ? 1 : 0);
   const std::size_t dot = name.find(L'.');
   if (dot == std::wstring::npos) {
@@ -70,8 +75,6 @@ std::wstring mss_simplify_tab_name(const std::wstring& name, wchar_t separator) 
   LOG(1, "Processing compound table name %s.%s", owner, table);
   return owner + separator + table;
 }
-
-void mss_set_engine_initialized(bool initialized) { engine_initialized.store(initialized); }
 
 void mss_set_view_owned(bool view_owned) { engine_view_owned.store(view_owned); }
 

@@ -16,11 +16,11 @@
 // mss_simplify_tab_name joins the two again with a separator ("dbo.orders"),
 // or gives the table alone when there is no owner.
 //
-// The split logs what the SQL Server engine reports about itself (whether
-// it is initialized, whether object names carry no owner); the engine and the
-// holder of the "view owned" setting keep those two flags current.
+// The split logs what the SQL Server engine reports about itself: whether it
+// is initialized (the mss_engine exists and is connected), and whether object
+// names carry no owner ("view owned", which its holder keeps current here).
 //
-// Thread-safety: reentrant; the flags are atomic.
+// Thread-safety: reentrant; the flag is atomic.
 #pragma once
 
 #include <string>
@@ -37,10 +37,8 @@ bool mss_split_tab_name(const std::wstring& name, std::wstring& table, std::wstr
 // "Processing compound table name %s.%s".
 std::wstring mss_simplify_tab_name(const std::wstring& name, wchar_t separator);
 
-// The state of the SQL Server engine as the split logs it: initialized, and
-// "view owned" (object names carry no owner). Until set: not initialized,
-// view owned.
-void mss_set_engine_initialized(bool initialized);
+// "view owned" (object names carry no owner) as the split logs it; true
+// until set.
 void mss_set_view_owned(bool view_owned);
 
 }  // namespace qb

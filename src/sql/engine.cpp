@@ -9,10 +9,14 @@
 
 #include <string.h>
 
+#include "sql/dump.h"
 #include "sql/exception.h"
+#include "sql/validators.h"
 #include "tk/exception.h"
 #include "tk/log.h"
 #include "tk/utf.h"
+#include "udb/database.h"
+#include "udb/properties.h"
 
 namespace qb {
 
@@ -341,6 +345,85 @@ void sql_engine::set_max_allowed_packet(std::uint32_t bytes) {
     // Without the SUPER privilege the run goes on with the server's limit.
     LOG(3, "Failed to set max_allowed_packet:\n%s", e.what());
   }
+}
+
+}  // namespace qb
+
+namespace qb {
+
+std::unique_ptr<udb_database> sql_engine::create_db(const std::wstring& name) {
+  LOG(2, "sql_engine::create_db (%s)", name);
+  LOG(3, "Creating MySQL database '%s'", name);
+  const std::wstring statement = L"CREATE DATABASE " + quoted_db_name(name) + L" character set " + charset_;
+  LOG(2, "Run SQL-query: %s", statement);
+  run(tk_utf8_encode(statement));
+  return open_db(name, 2);
+}
+
+std::unique_ptr<udb_database> sql_engine::open_db(const std::wstring& name, std::uint32_t mode) {
+  LOG(2, "sql_engine::open_db (%s)", name);
+  LOG(3, "Opening MySQL database '%s'", name);
+  if (has_nul(name)) throw tk_exception(std::string("The database name contains a NUL character."), 1);
+  if (mysql_select_db(connection_.get(), tk_utf8_encode(name).c_str()) != 0) throw sql_exception(connection_.get());
+  LOG(2, "open mode=%d", mode);
+  // The server database (tables, rows, foreign keys and views on a live
+  // server) is built by its own module; until it is linked in, a server
+  // destination cannot be opened.
+  throw tk_exception(std::string("A MySQL server database cannot be opened as a destination in this build."), 1);
+}
+
+std::unique_ptr<dmp_database> sql_engine::create_dump(const std::wstring& file_name, const dump_options& options) {
+  LOG(2, "sql_engine::create_dump (%s)", file_name);
+  LOG(3, "Creating MySQL dump file '%s'", file_name);
+  return std::make_unique<dmp_database>(file_name, options);
+}
+
+void sql_engine::set_properties(udb_properties* properties) {
+  LOG(2, "sql_engine::set_properties");
+  udb_engine::set_properties(properties);
+  if (properties == nullptr) return;
+  const udb_properties::property_map& map = properties->get_properties();
+  const auto engine = map.find(L"engine");
+  if (engine == map.end()) {
+    LOG(2, "Set InnoDB as default");
+    storage_engine_ = L"InnoDB";
+  } else {
+    LOG(2, "Set tab.type='%s'", engine->second);
+    storage_engine_ = engine->second;
+  }
+  const auto charset = map.find(L"character set");
+  if (charset != map.end()) charset_ = charset->second;
+}
+
+std::unique_ptr<udb_validator> sql_engine::create_dn_validator() const {
+  LOG(1, "sql_engine::create_dn_validator");
+  if (is_old_version()) return std::make_unique<sql_old_dn_validator>();
+  return std::make_unique<sql_new_validator>(sql_name_kind::database);
+}
+
+std::unique_ptr<udb_validator> sql_engine::create_tn_validator(const std::vector<std::wstring>& tables,
+                                                               const std::vector<std::wstring>& views) const {
+  LOG(1, "sql_engine::create_tn_validator");
+  if (is_old_version()) return std::make_unique<sql_old_tn_validator>(tables, views);
+  return std::make_unique<sql_new_tn_validator>(tables, views);
+}
+
+std::unique_ptr<udb_validator> sql_engine::create_fn_validator(const udb_schema& schema) const {
+  LOG(1, "sql_engine::create_fn_validator");
+  if (is_old_version()) return std::make_unique<sql_old_fn_validator>(schema);
+  return std::make_unique<sql_new_fn_validator>(schema);
+}
+
+std::unique_ptr<udb_validator> sql_engine::create_fn_validator(const udb_record& record) const {
+  LOG(1, "sql_engine::create_fn_validator");
+  if (is_old_version()) return std::make_unique<sql_old_fn_validator>(record);
+  return std::make_unique<sql_new_fn_validator>(record);
+}
+
+std::unique_ptr<udb_validator> sql_engine::create_in_validator(const udb_indexes& indexes) const {
+  LOG(1, "sql_engine::create_in_validator");
+  if (is_old_version()) return std::make_unique<sql_old_in_validator>(indexes);
+  return std::make_unique<sql_new_in_validator>(indexes);
 }
 
 }  // namespace qb

@@ -7,10 +7,10 @@
 // loader (fast_mode, blob_to_text, binary text). It exists in dump mode too,
 // unconnected, because shared code reads its version (the dump page sets it).
 // It is a singleton: the converter owns the one instance, and the rest of the
-// program reaches it through tk_singleton<sql_engine>::instance(). It will
-// also be the model's udb_engine for the MySQL target (making, opening and
-// deleting databases); db_delete and is_db_exist already keep that
-// interface's names.
+// program reaches it through tk_singleton<sql_engine>::instance(). It is the
+// model's udb_engine of the MySQL target: it makes the destination database,
+// a server database (create_db, open_db) or a dump file (create_dump), and it
+// makes the name validators of the server's dialect (create_*_validator).
 //
 // Text given to the engine is wide and goes to the server as UTF-8. The
 // session speaks utf8mb4 when the server knows it (5.5.3 and later), so a
@@ -28,6 +28,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +36,11 @@
 
 #include "sql/client.h"
 #include "tk/singleton.h"
+#include "udb/engine.h"
+#include "udb/indexes.h"
+#include "udb/record.h"
+#include "udb/schema.h"
+#include "udb/validator.h"
 
 namespace qb {
 
@@ -56,11 +62,50 @@ std::optional<std::uint32_t> sql_parse_version(std::string_view text);
 // a back quote inside the name.
 std::wstring sql_quote_name(std::wstring_view name);
 
-class sql_engine : public tk_singleton<sql_engine> {
+class dmp_database;
+class udb_database;
+class udb_properties;
+struct dump_options;
+
+class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
  public:
+  // A value longer than this many bytes never goes into a statement's text:
+  // the server path binds it as long data, the dump streams it.
+  static constexpr std::uint32_t max_field_size = 1048576;
+
   // Registers the singleton and prepares an unconnected client handle.
   sql_engine();
-  ~sql_engine();
+  ~sql_engine() override;
+  sql_engine(const sql_engine&) = delete;
+  sql_engine& operator=(const sql_engine&) = delete;
+
+  // --- Destination databases ---------------------------------------------------
+  // CREATE DATABASE name (back-quoted unless is_old_version) with the
+  // engine's character set, then open_db(name, 2). Throws sql_exception.
+  std::unique_ptr<udb_database> create_db(const std::wstring& name) override;
+  // Selects the database (sql_exception when the server refuses) and opens
+  // it as the conversion's server database. The server database object is
+  // not part of this build yet: after the selection this throws
+  // tk_exception saying so.
+  std::unique_ptr<udb_database> open_db(const std::wstring& name, std::uint32_t mode) override;
+  // A dump file as the destination: sets the version code for the chosen
+  // dialect and writes the file's header. Throws tk_exception_ex when the
+  // file cannot be created.
+  std::unique_ptr<dmp_database> create_dump(const std::wstring& file_name, const dump_options& options);
+  // Stores the user's customisations (the database mutator, not owned) and
+  // takes the default table engine ("engine", else "InnoDB") and character
+  // set ("character set", else unchanged) from its properties.
+  void set_properties(udb_properties* properties) override;
+  // The database mutator given to set_properties, or null.
+  [[nodiscard]] udb_properties* db_mutator() const { return properties(); }
+
+  // --- Name validators of the server's dialect (new or old family) ---------------
+  [[nodiscard]] std::unique_ptr<udb_validator> create_dn_validator() const;
+  [[nodiscard]] std::unique_ptr<udb_validator> create_tn_validator(const std::vector<std::wstring>& tables,
+                                                                   const std::vector<std::wstring>& views) const;
+  [[nodiscard]] std::unique_ptr<udb_validator> create_fn_validator(const udb_schema& schema) const;
+  [[nodiscard]] std::unique_ptr<udb_validator> create_fn_validator(const udb_record& record) const;
+  [[nodiscard]] std::unique_ptr<udb_validator> create_in_validator(const udb_indexes& indexes) const;
 
   // --- The server ---------------------------------------------------------
   // Connects (closing an earlier connection first) and prepares the session:
@@ -74,10 +119,10 @@ class sql_engine : public tk_singleton<sql_engine> {
 
   // Selects the database; true when it exists (and it is then the default
   // database of the session). Logs "n_result=%d".
-  bool is_db_exist(const std::wstring& name);
+  bool is_db_exist(const std::wstring& name) override;
   // Drops the database, with foreign-key checks off for the DROP. Throws
   // sql_exception.
-  void db_delete(const std::wstring& name);
+  void db_delete(const std::wstring& name) override;
 
   // Character sets ("utf8mb4 - UTF-8 Unicode") and table engines for the
   // wizard. Filled once, at the first call that finds the list empty: from

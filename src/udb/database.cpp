@@ -84,6 +84,8 @@ void udb_database::create_relationships(const udb_relationships& /*relationships
 
 std::vector<std::wstring>& udb_database::get_table_names() { return tables_; }
 
+void udb_database::finish() {}
+
 bool udb_database::is_table_exist(const std::wstring& name) {
   LOG(2, "udb_database::is_table_exist(%s)", name);
   if (tables_.empty()) LOG(2, "Tables list is EMPTY!");

@@ -120,6 +120,11 @@ class udb_database {
   virtual std::vector<std::wstring>& get_table_names();
   // True when the table list holds the name. Logs each candidate.
   virtual bool is_table_exist(const std::wstring& name);
+  // Completes the destination: writes out what it still holds and closes
+  // it, reporting any failure by an exception (a dump file on a full disk).
+  // The driver calls it once at the end of a run, before the database is
+  // destroyed; the destructor only completes quietly. Nothing here.
+  virtual void finish();
 
   // The figures of the views handed to create_views so far; the base does
   // not know them.

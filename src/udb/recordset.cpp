@@ -54,6 +54,8 @@ void udb_recordset::delete_key_text(const std::wstring& /*key*/) {}
 
 void udb_recordset::delete_key(const udb_key_list& /*key*/) {}
 
+void udb_recordset::finish() {}
+
 udb_key_list udb_recordset::get_key(const udb_schema& that, const udb_record& record) {
   LOG(2, "udb_recordset::get_key(that.size=%d)", static_cast<int>(that.size()));
   udb_key_list result;

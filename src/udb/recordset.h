@@ -83,6 +83,11 @@ class udb_recordset {
   // The values of the primary-key columns of this recordset, taken from
   // record (found by name). that is the other side's schema.
   virtual udb_key_list get_key(const udb_schema& that, const udb_record& record);
+  // Writes out the rows a destination still holds (the last batch) and
+  // reports a failure by an exception. The driver calls it at the end of an
+  // entry, before the recordset is destroyed; the destructor only writes
+  // quietly. Nothing here.
+  virtual void finish();
 
   // --- Verification of what a destination wrote --------------------------------
   // Sends the rows still pending (a batched destination holds some back)
