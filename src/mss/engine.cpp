@@ -223,12 +223,10 @@ odb_connection odb_initializer::test_connection(const odb_environment& env, std:
 
 mss_engine::mss_engine(std::vector<odb_driver> drivers) : initializer_(std::move(drivers)) {
   LOG(2, "mss_engine::ctor");
-  mss_set_view_owned(view_owned_);
 }
 
 mss_engine::~mss_engine() {
   std::fill(password_.begin(), password_.end(), L'\0');
-  mss_set_engine_initialized(false);
 }
 
 void mss_engine::connect(const std::wstring& server, const std::wstring& user, const std::wstring& password,
@@ -263,7 +261,6 @@ void mss_engine::connect_as(int form, const std::wstring& server, const std::wst
   password_ = password;
   integrated_ = form == 1;
   connected_ = true;
-  mss_set_engine_initialized(true);
   version_ = get_version(data_source);
   LOG(2, "Got MS SQL version: %d", version_);
   init_db_contents(data_source);
@@ -378,8 +375,9 @@ void mss_engine::set_as_dbo(bool flag) {
 
 void mss_engine::set_view_owned(bool flag) {
   LOG(2, "mss_engine::set_view_owned(%d)", flag ? 1 : 0);
-  view_owned_ = flag;
   mss_set_view_owned(flag);
 }
+
+bool mss_engine::is_view_owned() const { return mss_is_view_owned(); }
 
 }  // namespace qb

@@ -173,9 +173,11 @@ class mss_engine : public tk_singleton<mss_engine> {
   [[nodiscard]] bool as_dbo() const { return as_dbo_; }
   // "view owned": object names carry no owner (a database opened with no
   // schema lists the tables of "dbo" by their composed names), and "dbo."
-  // leaves view texts. On at start.
+  // leaves view texts. On at start. One flag for the process, shared with
+  // the table-name functions (mss_set_view_owned), which is what the
+  // converter's setting and the profile change.
   void set_view_owned(bool flag);
-  [[nodiscard]] bool is_view_owned() const { return view_owned_; }
+  [[nodiscard]] bool is_view_owned() const;
 
   [[nodiscard]] bool is_connected() const { return connected_; }
   // True when pure dates and pure times can be told from dates with times:
@@ -206,7 +208,6 @@ class mss_engine : public tk_singleton<mss_engine> {
   bool fast_load_ = true;
   bool integrated_ = false;
   bool as_dbo_ = false;
-  bool view_owned_ = true;
   odb_initializer initializer_;
   std::vector<std::wstring> contents_;
 };

@@ -39,6 +39,7 @@ class MssDatabase : public ::testing::Test {
   }
 
   static mss_standin* server_;  // NOLINT: shared by the suite
+  test::view_owned_restorer view_owned_;
   mss_engine engine_;
 };
 mss_standin* MssDatabase::server_ = nullptr;

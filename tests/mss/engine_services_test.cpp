@@ -31,6 +31,7 @@ class MssEngineServices : public ::testing::Test {
   }
 
   static mss_standin* server_;  // NOLINT: shared by the suite
+  test::view_owned_restorer view_owned_;
   mss_engine engine_;
 };
 mss_standin* MssEngineServices::server_ = nullptr;

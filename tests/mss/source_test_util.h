@@ -13,6 +13,7 @@
 #include "mss/database.h"
 #include "mss/engine.h"
 #include "mss/table.h"
+#include "mss/table_names.h"
 #include "mss_test_util.h"
 #include "udb/recordset.h"
 
@@ -33,6 +34,16 @@ inline mss_standin_options source_options(std::vector<std::string> fixtures, std
 inline mss_standin_options all_fixtures(std::string version = {}) {
   return source_options({"types.json", "business.json", "hostile.json"}, "qbshop", std::move(version));
 }
+
+// "view owned" is one flag for the process: a test that clears it puts it
+// back with this.
+class view_owned_restorer {
+ public:
+  view_owned_restorer() = default;
+  ~view_owned_restorer() { mss_set_view_owned(true); }
+  view_owned_restorer(const view_owned_restorer&) = delete;
+  view_owned_restorer& operator=(const view_owned_restorer&) = delete;
+};
 
 // An engine connected to the stand-in.
 inline void connect_engine(mss_engine& engine, const mss_standin& server, const std::wstring& user = L"sa",

@@ -72,6 +72,7 @@ class MssTable : public ::testing::Test {
   }
 
   static mss_standin* server_;  // NOLINT: shared by the suite
+  test::view_owned_restorer view_owned_;
   mss_engine engine_;
   odb_environment env_;
   std::unique_ptr<mss_database> db_;
@@ -690,6 +691,7 @@ class MssTableRelease : public ::testing::TestWithParam<std::string> {};
 // identities, the same keys (SQL Server 2000 knows no included columns), the
 // same rows.
 TEST_P(MssTableRelease, TheShopReadsTheSame) {
+  const test::view_owned_restorer view_owned;
   const mss_standin server(test::source_options({"business.json"}, "qbshop", GetParam()));
   mss_engine engine;
   engine.connect(test::server_of(server), L"sa", L"Secret#1", L"qbshop", true);
