@@ -138,6 +138,33 @@ TEST_F(MssDatabase, ColumnTypesComeFromTheInformationSchema) {
   EXPECT_EQ(types.count(L"products"), 0U);
 }
 
+TEST_F(MssDatabase, EveryFixtureDatabaseOpensAndListsItsObjects) {
+  engine_.set_view_owned(false);
+  auto types = open(L"qbtypes", mode_views);
+  EXPECT_EQ(utf8_list(types->tables()),
+            (strings{"dbo.t_binary", "dbo.t_char", "dbo.t_child", "dbo.t_datetime", "dbo.t_decimal", "dbo.t_defaults",
+                     "dbo.t_float", "dbo.t_guid", "dbo.t_int", "dbo.t_max", "dbo.t_parent", "dbo.t_secret",
+                     "dbo.t_spatial", "dbo.t_xml", "sales.orders"}));
+  ASSERT_EQ(types->views().size(), 1U);
+  EXPECT_EQ(tk_to_utf8(types->views()[0].second),
+            "SELECT c.id, c.note, p.code FROM dbo.t_child c JOIN dbo.t_parent p ON p.id = c.parent_id");
+  EXPECT_TRUE(types->sequences().empty());
+  EXPECT_TRUE(types->relationships().empty());  // foreign keys come with the tables that are read
+  (void)types->get_table(L"dbo.t_parent", 1);
+  EXPECT_EQ(test::describe_relationships(types->relationships()),
+            (strings{"FK_t_child_parent: dbo.t_child(parent_id) -> dbo.t_parent(id) ON DELETE CASCADE"}));
+
+  auto hostile = open(L"qbhostile", mode_views);
+  EXPECT_EQ(hostile->tables().size(), 13U);
+  EXPECT_EQ(hostile->views().size(), 2U);
+  EXPECT_TRUE(hostile->sequences().empty());
+
+  auto shop = open(L"qbshop", mode_views);
+  EXPECT_EQ(shop->tables().size(), 7U);
+  EXPECT_EQ(shop->views().size(), 6U);
+  EXPECT_EQ(shop->sequences().size(), 2U);
+}
+
 // --- Sequences ----------------------------------------------------------------------------
 
 TEST_F(MssDatabase, SequencesAreReadWithTheirNumbersCutToInt) {
