@@ -33,11 +33,11 @@
 #include "app/driver.h"
 #include "app/mssql_converter.h"
 #include "app/mysql_converter.h"
+#include "sql/mutator.h"
 #include "tk/settings.h"
 #include "tk/singleton.h"
 #include "udb/converter.h"
 #include "udb/database.h"
-#include "sql/mutator.h"
 #include "udb/schema.h"
 
 namespace qb {

@@ -26,8 +26,7 @@ udb_type_attributes udb_attributes_of(const std::vector<std::wstring>& words) {
   return attributes;
 }
 
-tk_yaml_config::t_map& udb_type_map(const char* file, bool logged_as_types_map,
-                                    const std::set<std::wstring>& filter) {
+tk_yaml_config::t_map& udb_type_map(const char* file, bool logged_as_types_map, const std::set<std::wstring>& filter) {
   tk_yaml_config::t_map& map = type_maps()[file];
   // An empty map is one not read yet: a file without entries is read again
   // at the next use.

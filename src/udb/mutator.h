@@ -117,10 +117,10 @@ class udb_field_mutator : public udb_properties {
 
   udb_field_mutator() = default;
 
-  std::wstring new_name;                  // target column name
+  std::wstring new_name;                     // target column name
   std::uint16_t vartype = udb_keep_vartype;  // target value tag; 1 keeps the column's own
-  std::uint32_t dw_reserved = 0;          // value for t_ftd::dw_reserved
-  N native_type;                          // target type
+  std::uint32_t dw_reserved = 0;             // value for t_ftd::dw_reserved
+  N native_type;                             // target type
   std::uint32_t status = udb_field_changed;
 
   [[nodiscard]] bool is_deleted() const { return status == udb_field_deleted; }

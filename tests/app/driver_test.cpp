@@ -356,8 +356,8 @@ TEST_F(Driver, SynchronizeUpdatesWithTheRawSourceRecord) {
   services.dest.add_row(L"[dbo].[people]", {ole_variant(1), ole_variant(std::wstring(L"old"))});
   refuse_duplicates();
   sql_db_mutator mutators;
-  mutators.get_table_mutator2(L"[dbo].[people]", L"[dbo].[people]")->update_field(L"name", L"title",
-                                                                                  native(L"VARCHAR", 50));
+  mutators.get_table_mutator2(L"[dbo].[people]", L"[dbo].[people]")
+      ->update_field(L"name", L"title", native(L"VARCHAR", 50));
   services.mutators = &mutators;
   converter.selected_tables = {L"[dbo].[people]"};
   converter.mode = udb_mode_synchronize;

@@ -270,10 +270,10 @@ TEST_F(Profile, StoresEveryKeyInItsSection) {
 
 TEST_F(Profile, StoresInTheOrderOfItsParts) {
   static_cast<void>(store());
-  EXPECT_TRUE(lines_in_order(capture.text(), {"quillbridge_convertor::store_profile", "udb_converter::store_profile",
-                                              "mysql_converter_impl::store_profile",
-                                              "mssql_converter_impl::store_profile", "database:",
-                                              "udb_profile::store)"}));
+  EXPECT_TRUE(lines_in_order(
+      capture.text(),
+      {"quillbridge_convertor::store_profile", "udb_converter::store_profile", "mysql_converter_impl::store_profile",
+       "mssql_converter_impl::store_profile", "database:", "udb_profile::store)"}));
 }
 
 TEST_F(Profile, EmptySqlServerSettingsAreNotWritten) {

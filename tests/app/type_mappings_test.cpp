@@ -100,8 +100,8 @@ void fill_source(memory_store& store) {
   order_keys.push_back_direct(udb_index(L"IX_customer", false, false, {L"customer", L"secret"}));
   order_keys.push_back_direct(udb_index(L"UX_secret", true, false, {L"secret"}));
   store.add_table(L"[dbo].[orders]", std::move(orders), std::move(order_keys));
-  store.add_row(L"[dbo].[orders]", {vt(10), vt(std::wstring(L"Ann")), vt(std::wstring(L"first order")),
-                                    vt(2147483647), vt(std::wstring(L"pin-1"))});
+  store.add_row(L"[dbo].[orders]", {vt(10), vt(std::wstring(L"Ann")), vt(std::wstring(L"first order")), vt(2147483647),
+                                    vt(std::wstring(L"pin-1"))});
   store.add_row(L"[dbo].[orders]", {vt(11), vt(std::wstring(L"Bør")), vt(std::wstring(L"naïve – ünïcode")), vt(-5),
                                     vt(std::wstring(L"pin-2"))});
   store.add_row(L"[dbo].[orders]", {vt(12), vt(), vt(std::wstring(L"no customer")), vt(0), vt()});
@@ -229,8 +229,7 @@ TEST_F(TypeMappings, ProfileChangesReachAnInMemoryDestination) {
 
 // Runs the stock client with the file as its input; its exit status and
 // everything it wrote.
-std::pair<int, std::string> replay(const mariadb_server& server, const std::string& database,
-                                   const std::string& file) {
+std::pair<int, std::string> replay(const mariadb_server& server, const std::string& database, const std::string& file) {
   const mariadb_account& account = server.account();
   const std::string command = "mariadb --no-defaults --protocol=TCP -h'" + server.host() + "' -P" +
                               std::to_string(server.port()) + " -u'" + account.user + "' -p'" + account.password +
@@ -311,13 +310,11 @@ TEST_F(TypeMappings, ProfileChangesReachTheServerThroughADumpFile) {
   EXPECT_EQ(output.find("ERROR"), std::string::npos) << output;
 
   session.run("USE `" + database + "`");
-  EXPECT_EQ(session.rows("SELECT COLUMN_NAME, DATA_TYPE, IFNULL(CHARACTER_MAXIMUM_LENGTH, '-') FROM "
-                         "information_schema.COLUMNS WHERE TABLE_SCHEMA = DATABASE() AND TABLE_NAME = "
-                         "'purchase_orders' ORDER BY ORDINAL_POSITION"),
-            (table_rows{{"id", "int", "-"},
-                        {"client", "varchar", "40"},
-                        {"note", "text", "65535"},
-                        {"qty", "bigint", "-"}}));
+  EXPECT_EQ(
+      session.rows("SELECT COLUMN_NAME, DATA_TYPE, IFNULL(CHARACTER_MAXIMUM_LENGTH, '-') FROM "
+                   "information_schema.COLUMNS WHERE TABLE_SCHEMA = DATABASE() AND TABLE_NAME = "
+                   "'purchase_orders' ORDER BY ORDINAL_POSITION"),
+      (table_rows{{"id", "int", "-"}, {"client", "varchar", "40"}, {"note", "text", "65535"}, {"qty", "bigint", "-"}}));
   EXPECT_EQ(session.rows("SELECT INDEX_NAME, COLUMN_NAME FROM information_schema.STATISTICS WHERE TABLE_SCHEMA = "
                          "DATABASE() AND TABLE_NAME = 'purchase_orders' ORDER BY INDEX_NAME, SEQ_IN_INDEX"),
             (table_rows{{"IX_customer", "client"}, {"PRIMARY", "id"}}));
@@ -391,11 +388,11 @@ TEST_F(TypeMappings, MalformedSectionLoadsWhatItCanAndTheRunGoesOn) {
   // "  - name:" with no blank behind the colon is a table all the same.
   ASSERT_NE(converter.get_table_mutator3(L"[dbo].[items]"), nullptr);
   EXPECT_EQ(converter.get_table_mutator3(L"[dbo].[items]")->new_name(), L"order_items");
-  for (const char* line : {"Skipping    new_name: wrong indentation", "Skipping         type: BIGINT",
-                           "Skipping         colour: red", "Skipping         flavour: none",
-                           "Skipping     unknown: key",
-                           "Column 'note': 'VARCHR' is not a type name the target knows; the column keeps its value "
-                           "type"}) {
+  for (const char* line :
+       {"Skipping    new_name: wrong indentation", "Skipping         type: BIGINT", "Skipping         colour: red",
+        "Skipping         flavour: none", "Skipping     unknown: key",
+        "Column 'note': 'VARCHR' is not a type name the target knows; the column keeps its value "
+        "type"}) {
     EXPECT_TRUE(capture.has_line(line)) << line;
   }
 
@@ -413,8 +410,7 @@ TEST_F(TypeMappings, MalformedSectionLoadsWhatItCanAndTheRunGoesOn) {
   EXPECT_EQ(orders_table->schema[3].vartype, vt::vt_i4);
   EXPECT_EQ(orders_table->rows.size(), 3U);
   EXPECT_NE(shop.find_table(L"order_items"), nullptr);
-  EXPECT_TRUE(
-      capture.has_line("Table '[dbo].[orders]': the column 'Qty' of the type mappings is not in the table"));
+  EXPECT_TRUE(capture.has_line("Table '[dbo].[orders]': the column 'Qty' of the type mappings is not in the table"));
 }
 
 TEST_F(TypeMappings, ValueThatCannotTakeItsNewTypeAbandonsOnlyItsTable) {

@@ -240,8 +240,8 @@ TEST_F(SqlMutator, ModifyStepsAreLogged) {
   EXPECT_TRUE(capture.has_line("udb_table_mutator::modify3()"));
   for (const char* line :
        {"udb_table_mutator::modify1()", "create_modified_copy2", "create_modified_copy2 - END",
-        "udb_field_mutator::modify1", "\tf.native_type=VARCHAR(40)", "\tf.size=40", "\tf.native_type=TEXT", "\tf.size=0",
-        "\tf.native_type=BIGINT", "returning new_name=purchase_orders", "udb_table_mutator::modify2()",
+        "udb_field_mutator::modify1", "\tf.native_type=VARCHAR(40)", "\tf.size=40", "\tf.native_type=TEXT",
+        "\tf.size=0", "\tf.native_type=BIGINT", "returning new_name=purchase_orders", "udb_table_mutator::modify2()",
         "create_modified_copy1", "udb_field_mutator::modify2", "create_modified_copy1 - END",
         "udb_table_mutator::modify2 - END"}) {
     EXPECT_TRUE(capture.has_line(line)) << line;
@@ -364,9 +364,9 @@ TEST(SqlTypeNames, EveryNameOfTheTypeTableHasATag) {
 TEST(SqlDescribeColumn, GivesTheTypeTheDefinitionWouldHave) {
   sql_engine engine;
   engine.set_version(0x0A0B13);
-  std::vector<t_ftd> columns = {col(L"a", vt::vt_bstr, 50),   col(L"b", vt::vt_bstr, 0),  col(L"c", vt::vt_i4),
-                                col(L"d", vt::vt_cy),         col(L"e", vt::vt_decimal), col(L"f", vt::vt_decimal),
-                                col(L"g", vt::vt_date, 8),    col(L"h", vt::vt_date),    col(L"i", vt::vt_bytes, 70000),
+  std::vector<t_ftd> columns = {col(L"a", vt::vt_bstr, 50), col(L"b", vt::vt_bstr, 0), col(L"c", vt::vt_i4),
+                                col(L"d", vt::vt_cy),       col(L"e", vt::vt_decimal), col(L"f", vt::vt_decimal),
+                                col(L"g", vt::vt_date, 8),  col(L"h", vt::vt_date),    col(L"i", vt::vt_bytes, 70000),
                                 col(L"j", vt::vt_bstr, 10)};
   columns[4].prec = 18;
   columns[4].scale = 3;

@@ -82,10 +82,10 @@ TEST(MutationText, ReadsWhatALoadedProfileHandsOver) {
 }
 
 TEST(MutationText, EmptyDefaultValueArrivesWithoutItsBlank) {
-  const udb_mutation_text tree = udb_mutation_text::parse(
-      {L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:c", L"        new_name: d",
-       L"        status: changed", L"        type: INT", L"        default_value:", L"        character_set:",
-       L"        length: 0"});
+  const udb_mutation_text tree =
+      udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:c",
+                                L"        new_name: d", L"        status: changed", L"        type: INT",
+                                L"        default_value:", L"        character_set:", L"        length: 0"});
   const udb_field_mutation& c = tree.tables.at(L"t").fields.at(L"c");
   EXPECT_EQ(c.default_value, L"");
   EXPECT_EQ(c.character_set, L"");
@@ -135,9 +135,9 @@ TEST(MutationText, DatabasePropertyNeedsTwoBlanksAndOneColon) {
 
 TEST(MutationText, TableBlocksComeInAnyOrder) {
   log_capture capture;
-  const udb_mutation_text tree = udb_mutation_text::parse(
-      {L"database:", L"tables:", L"  - name: t", L"    properties:", L"        engine: MyISAM", L"    fields:",
-       L"      - name:a", L"        new_name: b", L"    new_name: u"});
+  const udb_mutation_text tree =
+      udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    properties:", L"        engine: MyISAM",
+                                L"    fields:", L"      - name:a", L"        new_name: b", L"    new_name: u"});
   const udb_table_mutation& t = tree.tables.at(L"t");
   EXPECT_EQ(t.new_name, L"u");
   EXPECT_EQ(t.properties.at(L"engine"), L"MyISAM");
@@ -148,10 +148,10 @@ TEST(MutationText, TableBlocksComeInAnyOrder) {
 
 TEST(MutationText, LinesAfterDeletedStatusDoNotBelongToTheColumn) {
   log_capture capture;
-  const udb_mutation_text tree = udb_mutation_text::parse(
-      {L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:gone", L"        new_name: kept",
-       L"        status: deleted", L"        type: BIGINT", L"        length: 8", L"      - name:next",
-       L"        new_name: n2"});
+  const udb_mutation_text tree =
+      udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:gone",
+                                L"        new_name: kept", L"        status: deleted", L"        type: BIGINT",
+                                L"        length: 8", L"      - name:next", L"        new_name: n2"});
   const udb_field_mutation& gone = tree.tables.at(L"t").fields.at(L"gone");
   EXPECT_TRUE(gone.deleted);
   EXPECT_EQ(gone.new_name, L"kept");
@@ -194,11 +194,11 @@ TEST(MutationText, WrongIndentationUnknownKeysAndDisorderAreSkipped) {
   EXPECT_EQ(c.precision, 0U);  // not a number
   EXPECT_EQ(c.scale, 0U);      // scale came after precision
   EXPECT_FALSE(c.deleted);
-  for (const char* line : {"Skipping     new_name: before any table", "Skipping    new_name: three blanks",
-                           "Skipping      - name:five", "Skipping         colour: red",
-                           "Skipping         new_name: too late", "Skipping          scale: 4",
-                           "Skipping         precision: x12", "Skipping         scale: 3", "Skipping \tnew_name: tab",
-                           "Skipping tables:", "Skipping database:"}) {
+  for (const char* line :
+       {"Skipping     new_name: before any table", "Skipping    new_name: three blanks", "Skipping      - name:five",
+        "Skipping         colour: red", "Skipping         new_name: too late", "Skipping          scale: 4",
+        "Skipping         precision: x12", "Skipping         scale: 3", "Skipping \tnew_name: tab",
+        "Skipping tables:", "Skipping database:"}) {
     EXPECT_TRUE(capture.has_line(line)) << line;
   }
 }
@@ -214,9 +214,9 @@ TEST(MutationText, AbsentAttributesKeepTheirDefaults) {
 
 TEST(MutationText, UnknownStatusIsChangedAndSaidSo) {
   log_capture capture;
-  const udb_mutation_text tree = udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    fields:",
-                                                           L"      - name:c", L"        status: Deleted",
-                                                           L"        type: INT"});
+  const udb_mutation_text tree =
+      udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:c",
+                                L"        status: Deleted", L"        type: INT"});
   EXPECT_FALSE(tree.tables.at(L"t").fields.at(L"c").deleted);
   EXPECT_EQ(tree.tables.at(L"t").fields.at(L"c").type, L"INT");
   EXPECT_TRUE(capture.has_line("Column 'c': the status 'Deleted' is read as \"changed\""));
@@ -224,10 +224,9 @@ TEST(MutationText, UnknownStatusIsChangedAndSaidSo) {
 
 TEST(MutationText, NumberTooLargeIsSkipped) {
   log_capture capture;
-  const udb_mutation_text tree =
-      udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:c",
-                                L"        length: 18446744073709551616", L"        scale: 4294967296",
-                                L"        precision: 4294967295"});
+  const udb_mutation_text tree = udb_mutation_text::parse(
+      {L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:c",
+       L"        length: 18446744073709551616", L"        scale: 4294967296", L"        precision: 4294967295"});
   const udb_field_mutation& c = tree.tables.at(L"t").fields.at(L"c");
   EXPECT_EQ(c.length, 0U);
   EXPECT_EQ(c.scale, 0U);
@@ -236,17 +235,17 @@ TEST(MutationText, NumberTooLargeIsSkipped) {
 }
 
 TEST(MutationText, ColumnNameIsTakenExactlyAsWritten) {
-  const udb_mutation_text tree = udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    fields:",
-                                                           L"      - name:Price", L"      - name: price"});
+  const udb_mutation_text tree = udb_mutation_text::parse(
+      {L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:Price", L"      - name: price"});
   EXPECT_EQ(tree.tables.at(L"t").fields.count(L"Price"), 1U);
   EXPECT_EQ(tree.tables.at(L"t").fields.count(L" price"), 1U);
   EXPECT_EQ(tree.tables.at(L"t").fields.count(L"price"), 0U);
 }
 
 TEST(MutationText, TableNamedTwiceIsOneEntry) {
-  const udb_mutation_text tree = udb_mutation_text::parse(
-      {L"database:", L"tables:", L"  - name: t", L"    new_name: a", L"    fields:", L"      - name:x",
-       L"  - name: t", L"    new_name: b", L"    fields:", L"      - name:y"});
+  const udb_mutation_text tree = udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    new_name: a",
+                                                           L"    fields:", L"      - name:x", L"  - name: t",
+                                                           L"    new_name: b", L"    fields:", L"      - name:y"});
   ASSERT_EQ(tree.tables.size(), 1U);
   EXPECT_EQ(tree.tables.at(L"t").new_name, L"b");
   EXPECT_EQ(tree.tables.at(L"t").fields.size(), 2U);
@@ -254,9 +253,9 @@ TEST(MutationText, TableNamedTwiceIsOneEntry) {
 
 TEST(MutationText, PropertiesLinesNeedEightBlanks) {
   log_capture capture;
-  const udb_mutation_text tree = udb_mutation_text::parse(
-      {L"database:", L"tables:", L"  - name: t", L"    properties:", L"      engine: x", L"        engine: MyISAM",
-       L"        a: b: c"});
+  const udb_mutation_text tree =
+      udb_mutation_text::parse({L"database:", L"tables:", L"  - name: t", L"    properties:", L"      engine: x",
+                                L"        engine: MyISAM", L"        a: b: c"});
   EXPECT_EQ(tree.tables.at(L"t").properties, (std::map<std::wstring, std::wstring>{{L"engine", L"MyISAM"}}));
   EXPECT_TRUE(capture.has_line("Skipping       engine: x"));
   EXPECT_TRUE(capture.has_line("Skipping         a: b: c"));

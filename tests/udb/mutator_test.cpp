@@ -131,8 +131,9 @@ TEST(Mutator, TypeNameTheTargetDoesNotKnowKeepsTheValueTypeAndSaysSo) {
   toy_db_mutator db;
   toy_field_mutator* field = db.get_table_mutator2(L"t", L"t")->update_field(L"a", L"a", toy(L"NOPE"));
   EXPECT_EQ(field->vartype, udb_keep_vartype);
-  EXPECT_TRUE(capture.has_line("Column 'a': 'NOPE' is not a type name the target knows; the column keeps its value "
-                               "type"));
+  EXPECT_TRUE(
+      capture.has_line("Column 'a': 'NOPE' is not a type name the target knows; the column keeps its value "
+                       "type"));
 }
 
 TEST(Mutator, FieldPropertiesAreRebuiltFromItsFields) {
@@ -141,10 +142,9 @@ TEST(Mutator, FieldPropertiesAreRebuiltFromItsFields) {
   field.native_type = toy(L"TXT", 0);
   field.native_type.default_value = L"x";
   field.native_type.character_set = L"latin1";
-  EXPECT_EQ(field.get_properties(), (udb_properties::property_map{{L"new_name", L"n"},
-                                                                   {L"type", L"TXT"},
-                                                                   {L"default_value", L"x"},
-                                                                   {L"character_set", L"latin1"}}));
+  EXPECT_EQ(field.get_properties(),
+            (udb_properties::property_map{
+                {L"new_name", L"n"}, {L"type", L"TXT"}, {L"default_value", L"x"}, {L"character_set", L"latin1"}}));
   field.native_type.size = 5;
   field.native_type.scale = 2;
   field.native_type.precision = 9;
@@ -183,14 +183,35 @@ TEST(Mutator, SerializeWritesTheTreeAsBareLines) {
   udb_profile profile;
   db.serialize(profile);
   EXPECT_EQ(profile.get_lines(udb_profile_type_mappings),
-            (std::vector<std::wstring>{
-                L"database:", L"  engine: MyISAM", L"tables:", L"  - name: [dbo].[a]", L"    new_name: aye",
-                L"    fields:", L"  - name: [dbo].[b]", L"    new_name: bee", L"    fields:", L"      - name:x",
-                L"        new_name: x2", L"        status: changed", L"        type: NUM", L"        default_value: ",
-                L"        character_set: ", L"        length: 0", L"        scale: 0", L"        precision: 0",
-                L"      - name:y", L"        new_name: y2", L"        status: deleted", L"        type: TXT",
-                L"        default_value: ", L"        character_set: ", L"        length: 30", L"        scale: 0",
-                L"        precision: 0", L"    properties:", L"        character set: latin1"}));
+            (std::vector<std::wstring>{L"database:",
+                                       L"  engine: MyISAM",
+                                       L"tables:",
+                                       L"  - name: [dbo].[a]",
+                                       L"    new_name: aye",
+                                       L"    fields:",
+                                       L"  - name: [dbo].[b]",
+                                       L"    new_name: bee",
+                                       L"    fields:",
+                                       L"      - name:x",
+                                       L"        new_name: x2",
+                                       L"        status: changed",
+                                       L"        type: NUM",
+                                       L"        default_value: ",
+                                       L"        character_set: ",
+                                       L"        length: 0",
+                                       L"        scale: 0",
+                                       L"        precision: 0",
+                                       L"      - name:y",
+                                       L"        new_name: y2",
+                                       L"        status: deleted",
+                                       L"        type: TXT",
+                                       L"        default_value: ",
+                                       L"        character_set: ",
+                                       L"        length: 30",
+                                       L"        scale: 0",
+                                       L"        precision: 0",
+                                       L"    properties:",
+                                       L"        character set: latin1"}));
   EXPECT_TRUE(profile.sections.empty());
   EXPECT_TRUE(capture.has_line("database:"));
 }
