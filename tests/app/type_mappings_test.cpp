@@ -473,6 +473,24 @@ TEST_F(TypeMappings, StoredTreeLoadsBackIntoAnotherConverter) {
   EXPECT_EQ(read_price->native_type.default_value, L"0.00");
 }
 
+TEST_F(TypeMappings, ChangeThatALineCannotHoldIsRefusedWhenStored) {
+  sql_native_type text;
+  text.name = L"VARCHAR";
+  text.size = 10;
+  text.default_value = L"a=b";
+  converter.get_table_mutator2(L"[dbo].[orders]", L"orders")->update_field(L"note", L"note", text);
+  udb_profile out;
+  try {
+    converter.store_profile(out, dir.file("refused.qbr"));
+    FAIL() << "stored";
+  } catch (const tk_exception& e) {
+    EXPECT_EQ(std::string(e.what()), "Cannot store the profile " + dir.file("refused.qbr") +
+                                         ": the entry \"        default_value: a=b\" of section [Type Mappings] "
+                                         "has a key that holds \"=\".");
+  }
+  EXPECT_FALSE(file_exists(dir.file("refused.qbr")));
+}
+
 TEST_F(TypeMappings, RunDoesNotResetTheTree) {
   memory_target target;
   converter.set_target(target);
