@@ -491,7 +491,9 @@ class udb_db_mutator : public udb_properties {
 
   // The types a column of that target type may become, from the list file
   // MAP, read on first need. Logs "udb_db_mutator<F>::get_mapped_types(%s)".
-  // An unknown type gives an empty list, which is entered in the map.
+  // An unknown type gives an empty list, which is entered in the map. The
+  // lists returned here and by get_type_words stay valid until
+  // udb_forget_type_maps.
   static const std::vector<std::wstring>& get_mapped_types(const std::wstring& type) {
     LOG(1, "udb_db_mutator<F>::get_mapped_types(%s)", type);
     return udb_type_map(MAP, true, udb_type_filter())[type];

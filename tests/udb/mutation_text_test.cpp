@@ -283,7 +283,8 @@ TEST(MutationText, SectionLinesOfALoadedProfileKeepIndentationAndEqualsSigns) {
   EXPECT_EQ(text, (lines{L"database:", L"tables:", L"  - name: t", L"    fields:", L"      - name:c",
                          L"        new_name: c", L"        status: changed", L"        type: VARCHAR",
                          L"        default_value: a=b", L"        character_set:", L"        length: 10"}));
-  const udb_field_mutation& c = udb_mutation_text::parse(text).tables.at(L"t").fields.at(L"c");
+  const udb_mutation_text tree = udb_mutation_text::parse(text);
+  const udb_field_mutation& c = tree.tables.at(L"t").fields.at(L"c");
   EXPECT_EQ(c.default_value, L"a=b");
   EXPECT_EQ(c.length, 10U);
 }
