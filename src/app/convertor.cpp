@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include "app/tn_validator.h"
 #include "mss/table_names.h"
 #include "tk/exception.h"
 #include "tk/files.h"
@@ -150,10 +149,10 @@ std::unique_ptr<udb_database> quillbridge_convertor::open_source(const std::wstr
   return source_engine().open_db(name, open_mode, schema);
 }
 
-std::uint32_t quillbridge_convertor::dest_version() { return mysql_engine().version(); }
-
-std::unique_ptr<udb_validator> quillbridge_convertor::create_tn_validator(std::uint32_t version) {
-  return app_create_tn_validator(version);
+std::unique_ptr<udb_validator> quillbridge_convertor::create_tn_validator() {
+  // The names are entered by the driver (the selection, then the
+  // destination's tables), in that order.
+  return mysql_engine().create_tn_validator({}, {});
 }
 
 void quillbridge_convertor::set_max_allowed_packet(std::uint32_t bytes) {
@@ -168,7 +167,11 @@ void quillbridge_convertor::set_max_allowed_packet(std::uint32_t bytes) {
 
 std::uint8_t quillbridge_convertor::fast_mode() const { return mysql_engine().fast_mode() ? 1 : 0; }
 
-void quillbridge_convertor::set_fast_mode(std::uint8_t value) { mysql_engine().set_fast_mode(value != 0); }
+void quillbridge_convertor::set_fast_mode(std::uint8_t value) {
+  // A row too big for the multi-row path has turned it off for the rest of
+  // the run; the driver's restoring after a merged table does not undo that.
+  mysql_engine().set_fast_mode(value != 0 && !mysql_engine().row_too_big_seen());
+}
 
 sql_table_mutator* quillbridge_convertor::find_table_mutator(const std::wstring& source_name) {
   return get_table_mutator3(source_name);

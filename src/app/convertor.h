@@ -128,11 +128,14 @@ class quillbridge_convertor : public udb_converter,
   // --- conversion_services ---------------------------------------------------------
   std::unique_ptr<udb_database> open_source(const std::wstring& name, std::uint32_t mode,
                                             const std::wstring& schema) override;
-  std::uint32_t dest_version() override;
-  std::unique_ptr<udb_validator> create_tn_validator(std::uint32_t version) override;
+  // The engine's table-name validator for its version (the server's, or the
+  // dump's dialect).
+  std::unique_ptr<udb_validator> create_tn_validator() override;
   [[nodiscard]] bool is_direct() const override { return direct != 0; }
   void set_max_allowed_packet(std::uint32_t bytes) override;
   [[nodiscard]] std::uint8_t fast_mode() const override;
+  // The engine's fast_mode; once a row too big for the multi-row path has
+  // been seen (sql_engine::row_too_big_seen) it stays off for the run.
   void set_fast_mode(std::uint8_t value) override;
   sql_table_mutator* find_table_mutator(const std::wstring& source_name) override;
   [[nodiscard]] std::wstring source_schema() const override { return mss_schema; }

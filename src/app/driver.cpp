@@ -84,6 +84,13 @@ std::string current_exception_text() {
   }
 }
 
+// True for a failure after which no statement reaches the destination: the
+// connection to the server is gone.
+bool ends_run(const tk_exception& e) {
+  const auto* server = dynamic_cast<const sql_exception*>(&e);
+  return server != nullptr && server->connection_lost();
+}
+
 // How an entry ended, when it did not fail.
 enum class entry_end { done, skipped, cancelled };
 
@@ -124,6 +131,7 @@ class conversion_run {
   std::uint8_t fast_mode_ = 1;
   std::uint64_t entry_accepted_ = 0;  // rows of the entry the destination took without an error
   bool cancelled_ = false;
+  bool stopped_ = false;  // the destination was lost; the closing steps do not run
 };
 
 void conversion_run::execute() {
@@ -135,6 +143,9 @@ void conversion_run::execute() {
   walk();
   close();
   validator_.reset();
+  // The destination is completed while the run can still report: a dump
+  // file that cannot be written to its end fails here, into the run's guard.
+  dest_->finish();
   dest_.reset();
   source_.reset();
 }
@@ -154,7 +165,7 @@ void conversion_run::open() {
 
 void conversion_run::make_validator() {
   const std::vector<std::wstring>& dest_names = dest_->get_table_names();
-  validator_ = s_.create_tn_validator(s_.dest_version());
+  validator_ = s_.create_tn_validator();
   for (const std::wstring& name : c_.selected_tables) validator_->add_existing_name(name);
   for (const std::wstring& name : dest_names) validator_->add_existing_name(name);
 }
@@ -181,6 +192,14 @@ void conversion_run::walk() {
       set_error_context(c_.current_table());
       report_failure(e, false);
       ++c_.n_done_tables;
+      if (ends_run(e)) {
+        // No later entry can reach a destination that is gone.
+        LOG(3, "The connection to the destination was lost while converting '%s': the run ends", entry.first);
+        wizard_shell::write_log(
+            tk_wformat(L"The connection to the destination was lost while converting '%s'\r\n", entry.first));
+        stopped_ = true;
+        return;
+      }
       continue;
     } catch (...) {
       // The run ends here (the user aborted, or a failure that no entry can
@@ -228,8 +247,9 @@ entry_end conversion_run::convert_entry(const udb_named_text& entry, udb_table_r
   std::unique_ptr<udb_recordset> destination = dest_->create_table(target, source->schema(), indexes);
 
   // From here the destination may hold rows of this entry: whatever ends the
-  // entry, the pending rows go out and the counts are taken.
-  bool flushed = false;
+  // entry, the table is finished (its pending rows go out) and the counts
+  // are taken.
+  bool finished = false;
   entry_end end = entry_end::done;
   try {
     if (merging() && !source->schema().conform_to(destination->schema(), false)) {
@@ -242,13 +262,13 @@ entry_end conversion_run::convert_entry(const udb_named_text& entry, udb_table_r
     LOG(3, "%s", text);
     wizard_shell::write_log(text);
     end = copy_rows(*source, *destination, report);
-    flushed = true;
-    destination->flush();
+    finished = true;
+    destination->finish();
     take_counts(*destination, report);
   } catch (...) {
-    if (!flushed) {
+    if (!finished) {
       try {
-        destination->flush();
+        destination->finish();
       } catch (const std::exception& e) {
         LOG(3, "Rows still pending for table '%s' could not be written:\n%s", target, e.what());
       }
@@ -347,6 +367,8 @@ void conversion_run::append_guarded(udb_recordset& source, udb_recordset& destin
       return;
     }
     if (e.code() == app_duplicate_key_code && c_.mode == udb_mode_merge) return;
+    // A lost connection is no failure of this row: the entry ends.
+    if (ends_run(e)) throw;
     set_error_context(c_.current_table(), c_.n_done_records.load() + 1);
     report_failure(e, false);
   }
@@ -380,6 +402,10 @@ void conversion_run::close() {
   }
   if (cancelled_) {
     LOG(3, "Relationships and views are not converted: the run was cancelled");
+    return;
+  }
+  if (stopped_) {
+    LOG(3, "Relationships and views are not converted: the connection to the destination was lost");
     return;
   }
   const udb_relationships& relationships = source_->relationships();

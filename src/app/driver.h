@@ -13,9 +13,18 @@
 // Failures are bounded by three guards: a row that the destination refuses
 // (sql_exception) is reported and the next row follows; a failure of an
 // entry (tk_exception) is reported and the next entry follows; anything else
-// ends the run, reported. The user's Abort in a dialog (tk_final_exception)
-// ends the run silently. Whatever happens, every object of the run is
-// released and then, last of all, `finished` is set.
+// ends the run, reported. A connection to the server that is gone
+// (sql_exception::connection_lost) is no failure of one row: it is reported
+// for its entry and ends the run there, without relationships and views. The
+// user's Abort in a dialog (tk_final_exception) ends the run silently.
+// Whatever happens, every object of the run is released and then, last of
+// all, `finished` is set.
+//
+// Ends: each entry's destination recordset is finished (udb_recordset::
+// finish: its last rows go out, a failure is the entry's) before it is
+// released, and the destination database is finished (udb_database::finish:
+// a dump file is completed) before it is released, a failure there being the
+// run's.
 //
 // Cancelling: b_cancel of the converter is tested between entries and
 // between rows; a cancelled run stops there, releases the recordsets (their
@@ -66,12 +75,11 @@ class conversion_services {
   // The destination: the server database (opened or created by the
   // scenario) or the dump file.
   virtual std::unique_ptr<udb_database> get_dest_base() = 0;
-  // The version code of the destination's rules: the server's version, or
-  // the dialect the dump page chose (0x40100 new, 0x31401 old).
-  virtual std::uint32_t dest_version() = 0;
-  // A table-name validator for that version: the old rule set below 4.1.0,
-  // the new one from it.
-  virtual std::unique_ptr<udb_validator> create_tn_validator(std::uint32_t version) = 0;
+  // A table-name validator of the destination's rules, by its version code
+  // (the server's version, or the dialect the dump page chose: 0x40100 new,
+  // 0x31401 old): the old rule set below 4.1.0, the new one from it
+  // (sql_engine::create_tn_validator).
+  virtual std::unique_ptr<udb_validator> create_tn_validator() = 0;
   // True when the destination is a MySQL server, false for a dump file.
   [[nodiscard]] virtual bool is_direct() const = 0;
   virtual void set_max_allowed_packet(std::uint32_t bytes) = 0;

@@ -6,16 +6,13 @@
 #include "tk/exception.h"
 #include "tk/log.h"
 #include "tk/strings.h"
+#include "sql/dump.h"
 #include "udb/database.h"
 #include "udb/profile.h"
 
 namespace qb {
 
 namespace {
-
-[[noreturn]] void not_built(const char* what) {
-  throw tk_exception(tk_format("The MySQL target cannot %s in this build.", what), 1);
-}
 
 const wchar_t* const k_section = udb_profile_mysql_settings;
 
@@ -28,17 +25,32 @@ void load_narrow(const udb_profile& profile, std::wstring_view key, std::string&
 
 // --- sql_engine_target --------------------------------------------------------------
 
-std::unique_ptr<udb_database> sql_engine_target::create_db(const std::wstring& /*name*/) {
-  not_built("create a database");
+dump_options mysql_dump_to_dump_options(const mysql_dump_options& options) {
+  dump_options out;
+  out.line_break = options.line_break;
+  out.new_version = options.new_version != 0;
+  out.add_lock = options.add_lock != 0;
+  out.insert_comments = options.insert_comments != 0;
+  out.create_database = options.create_database != 0;
+  out.create_table = options.create_table != 0;
+  out.created_by = tk_ansi_to_wide(options.title);
+  out.database_name = tk_ansi_to_wide(options.database_name);
+  return out;
 }
 
-std::unique_ptr<udb_database> sql_engine_target::open_db(const std::wstring& /*name*/, std::uint32_t /*mode*/) {
-  not_built("open a database");
+std::unique_ptr<udb_database> sql_engine_target::create_db(const std::wstring& name) {
+  require_connection();
+  return engine_.create_db(name);
 }
 
-std::unique_ptr<udb_database> sql_engine_target::create_dump(const std::wstring& /*path*/,
-                                                             const mysql_dump_options& /*options*/) {
-  not_built("write a dump file");
+std::unique_ptr<udb_database> sql_engine_target::open_db(const std::wstring& name, std::uint32_t mode) {
+  require_connection();
+  return engine_.open_db(name, mode);
+}
+
+std::unique_ptr<udb_database> sql_engine_target::create_dump(const std::wstring& path,
+                                                             const mysql_dump_options& options) {
+  return engine_.create_dump(path, mysql_dump_to_dump_options(options));
 }
 
 void sql_engine_target::db_delete(const std::wstring& name) {

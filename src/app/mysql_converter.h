@@ -9,9 +9,8 @@
 // Databases of the destination are made through mysql_target_engine: the
 // server's databases (exists, open, create, delete) and the dump file. The
 // converter uses the one plugged in with set_target; by default that is
-// sql_engine_target, which asks the sql_engine whether a database exists and
-// drops it, and says clearly that it cannot open or create databases or dump
-// files, which the target layer does not make yet.
+// sql_engine_target, which hands every one of these to the sql_engine: a
+// server database (sql_database) or a dump file (dmp_database).
 //
 // Ownership: the converter owns the engine and its settings; a target given
 // to set_target belongs to the caller and must outlive its use.
@@ -44,6 +43,12 @@ struct mysql_dump_options {
   std::string database_name;         // empty: the base of the file name
 };
 
+struct dump_options;
+
+// The dump's own options from the converter's: the flags as they stand, the
+// title as the "Created by" text, names widened from the system code page.
+dump_options mysql_dump_to_dump_options(const mysql_dump_options& options);
+
 // Where the destination's databases come from.
 class mysql_target_engine : public udb_engine {
  public:
@@ -56,12 +61,14 @@ class sql_engine_target : public mysql_target_engine {
  public:
   explicit sql_engine_target(sql_engine& engine) : engine_(engine) {}
 
-  // The target layer makes no server database objects yet: tk_exception.
+  // sql_engine::create_db, open_db, db_delete and is_db_exist: the server
+  // database (sql_database). Without a connection, tk_exception "Not
+  // connected to the MySQL server.".
   std::unique_ptr<udb_database> create_db(const std::wstring& name) override;
   std::unique_ptr<udb_database> open_db(const std::wstring& name, std::uint32_t mode) override;
+  // sql_engine::create_dump with the options turned into the dump's own
+  // (the title becomes the "Created by" text).
   std::unique_ptr<udb_database> create_dump(const std::wstring& path, const mysql_dump_options& options) override;
-  // sql_engine::db_delete and sql_engine::is_db_exist; without a
-  // connection, tk_exception "Not connected to the MySQL server.".
   void db_delete(const std::wstring& name) override;
   bool is_db_exist(const std::wstring& name) override;
 

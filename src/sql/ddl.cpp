@@ -42,6 +42,47 @@ std::wstring comment_literal(const std::wstring& text) {
   return out;
 }
 
+// The character set a table mutator names for the table, or the engine's.
+std::wstring table_character_set(udb_properties* table_mutator) {
+  if (table_mutator != nullptr) {
+    const auto& properties = table_mutator->get_properties();
+    if (const auto it = properties.find(L"character set"); it != properties.end() && !it->second.empty()) {
+      return it->second;
+    }
+  }
+  return engine().charset();
+}
+
+// The stored size of a DECIMAL(prec, scale): four bytes for nine digits, and
+// the rest of each side packed.
+std::uint32_t decimal_bytes(std::uint32_t prec, std::uint32_t scale) {
+  static constexpr std::uint32_t leftover[] = {0, 1, 1, 2, 2, 3, 3, 4, 4};
+  const std::uint32_t frac = std::min(scale, prec);
+  const std::uint32_t intg = prec - frac;
+  return intg / 9 * 4 + leftover[intg % 9] + frac / 9 * 4 + leftover[frac % 9];
+}
+
+// The length in a type text such as "VARCHAR(300)" or "CHAR(10) BINARY"; 0
+// when there is none.
+std::uint32_t type_length(const std::wstring& type) {
+  const std::size_t open = type.find(L'(');
+  if (open == std::wstring::npos) return 0;
+  std::uint32_t n = 0;
+  for (std::size_t i = open + 1; i < type.size() && type[i] >= L'0' && type[i] <= L'9'; ++i) {
+    n = n * 10 + static_cast<std::uint32_t>(type[i] - L'0');
+    if (n > 100000000) break;
+  }
+  return n;
+}
+
+std::wstring upper(const std::wstring& text) {
+  std::wstring out = text;
+  for (wchar_t& c : out) {
+    if (c >= L'a' && c <= L'z') c = static_cast<wchar_t>(c - L'a' + L'A');
+  }
+  return out;
+}
+
 std::wstring character_set_of(const std::wstring& source_name, udb_properties* table_mutator) {
   std::wstring value;
   if (table_mutator != nullptr) {
@@ -64,7 +105,87 @@ bool takes_character_set(const t_ftd& field) {
 
 }  // namespace
 
+// --- Key budgets ----------------------------------------------------------------------------
+
+std::uint32_t sql_charset_max_bytes(const std::wstring& charset) {
+  static constexpr std::wstring_view three[] = {L"utf8", L"utf8mb3", L"ujis", L"eucjpms"};
+  static constexpr std::wstring_view two[] = {L"ucs2", L"big5", L"cp932", L"euckr", L"gb2312", L"gbk", L"sjis"};
+  static constexpr std::wstring_view one[] = {
+      L"armscii8", L"ascii", L"binary", L"cp1250", L"cp1251", L"cp1256", L"cp1257", L"cp850",  L"cp852",
+      L"cp866",    L"dec8",  L"geostd8", L"greek", L"hebrew", L"hp8",    L"keybcs2", L"koi8r", L"koi8u",
+      L"latin1",   L"latin2", L"latin5", L"latin7", L"macce", L"macroman", L"swe7",  L"tis620"};
+  const auto in = [&](const auto& list) {
+    for (std::wstring_view name : list) {
+      if (tk_equal_no_case(charset, name)) return true;
+    }
+    return false;
+  };
+  if (in(three)) return 3;
+  if (in(two)) return 2;
+  if (in(one)) return 1;
+  // utf8mb4, utf16, utf32, gb18030, and every name not known: the widest.
+  return 4;
+}
+
+sql_key_budget sql_key_budget_of(const std::wstring& table_engine) {
+  sql_key_budget budget;
+  if (tk_equal_no_case(table_engine, L"MyISAM") || tk_equal_no_case(table_engine, L"MRG_MYISAM") ||
+      tk_equal_no_case(table_engine, L"MERGE") || tk_equal_no_case(table_engine, L"Aria")) {
+    budget.key_bytes = sql_myisam_max_key_bytes;
+    budget.column_bytes = sql_myisam_max_key_bytes;
+    return budget;
+  }
+  if (!engine().large_index_prefix()) budget.column_bytes = sql_innodb_max_column_bytes_old;
+  return budget;
+}
+
+std::uint32_t sql_key_bytes(const t_ftd& column, std::uint32_t char_bytes) {
+  if (char_bytes == 0) char_bytes = 4;
+  if (!column.native_type.empty()) {
+    const std::wstring type = upper(column.native_type);
+    const std::uint32_t length = type_length(type);
+    if (type.find(L"BINARY") != std::wstring::npos && length > 0) return length;
+    if (type.find(L"CHAR") != std::wstring::npos && length > 0) return length * char_bytes;
+  }
+  switch (column.vartype) {
+    case vt::vt_bstr:
+      return column.size * char_bytes;
+    case vt::vt_date:
+      // A date of no stated kind is the text column CHAR(19).
+      if (get_sql_native_type2(column, true) == sql_type_name(sql_type_id::char_)) return 19 * char_bytes;
+      return 8;
+    case vt::vt_bool:
+    case vt::vt_i1:
+    case vt::vt_ui1:
+      return 1;
+    case vt::vt_i2:
+    case vt::vt_ui2:
+      return 2;
+    case vt::vt_i4:
+    case vt::vt_ui4:
+    case vt::vt_int:
+    case vt::vt_uint:
+    case vt::vt_r4:
+      return 4;
+    case vt::vt_i8:
+    case vt::vt_ui8:
+    case vt::vt_r8:
+      return 8;
+    case vt::vt_cy:
+      return decimal_bytes(19, 4);
+    case vt::vt_decimal:
+      return column.prec == 0 ? 8 : decimal_bytes(column.prec, column.scale);
+    default:
+      return column.size;
+  }
+}
+
 // --- sql_schema ----------------------------------------------------------------------------
+
+void sql_schema::set_char_bytes(std::size_t i, std::uint32_t bytes) {
+  if (char_bytes_.size() <= i) char_bytes_.resize(i + 1, 0);
+  char_bytes_[i] = bytes;
+}
 
 void sql_schema::push_back(t_ftd field) {
   LOG(1, "sql_schema::push_back(%s, size=%d)", field.name, field.size);
@@ -165,6 +286,9 @@ void sql_schema_initializer::get_init_chunks(std::vector<std::wstring>& chunks, 
   LOG(2, "sql_schema_initializer::get_init_chunks(n_columns=%d)", schema_.size());
   auto_field_.clear();
   const bool old_version = engine().is_old_version();
+  // Columns without a character set of their own take the table's.
+  const std::uint32_t table_char_bytes = sql_charset_max_bytes(table_character_set(table_mutator));
+  for (std::size_t i = 0; i < schema_.size(); ++i) schema_.set_char_bytes(i, table_char_bytes);
   for (std::size_t i = 0; i < schema_.size(); ++i) {
     LOG(1, "Processing field '%s'", schema_[i].name);
     std::wstring chunk = column_chunk(i, table_mutator, old_version);
@@ -180,8 +304,10 @@ std::wstring sql_schema_initializer::column_chunk(std::size_t i, udb_properties*
   std::wstring chunk = old_version ? field.name + L" " : L"`" + field.name + L"` ";
   chunk += field.native_type.empty() ? get_sql_native_type2(field, false) : field.native_type;
   if (!old_version && takes_character_set(field)) {
+    const std::wstring charset = character_set_of(source_name, table_mutator);
     chunk += L" CHARACTER SET ";
-    chunk += character_set_of(source_name, table_mutator);
+    chunk += charset;
+    schema_.set_char_bytes(i, sql_charset_max_bytes(charset));
   }
   if (field.b_not_null || field.b_auto_num || is_key_column(source_name)) chunk += L" NOT NULL";
   if (sql_can_have_def_value(&field)) {
@@ -242,6 +368,7 @@ void sql_indexes_initializer::get_init_chunks(std::vector<std::wstring>& chunks)
   LOG(2, "sql_indexes_initializer::get_init_chunks(n_indexes=%d)", indexes_.size());
   const bool old_version = engine().is_old_version();
   const int limit = old_version ? sql_max_indexes_old : sql_max_indexes;
+  const sql_key_budget budget = sql_key_budget_of(table_engine_.empty() ? engine().storage_engine() : table_engine_);
   int counter = 0;
   bool auto_unindexed = true;
   for (const udb_index& index : indexes_) {
@@ -254,11 +381,17 @@ void sql_indexes_initializer::get_init_chunks(std::vector<std::wstring>& chunks)
       LOG(2, "Max number of indexes has been reached");
       continue;
     }
-    std::wstring chunk = index_chunk(index, old_version, auto_unindexed);
+    std::wstring chunk = index_chunk(index, old_version, budget);
     if (!chunk.empty()) {
       LOG(1, "sql_query=%s", chunk);
       chunks.push_back(std::move(chunk));
       carried_.push_back_direct(index);
+      // InnoDB counts an AUTO_INCREMENT column as indexed only at the head of
+      // an index that the table has.
+      if (auto_unindexed && !auto_field_.empty() && tk_equal_no_case(auto_field_, index.fields.front())) {
+        LOG(1, "Got index for auto_increment field");
+        auto_unindexed = false;
+      }
     }
     // A refused index counts as well.
     if (++counter >= limit) break;
@@ -277,7 +410,7 @@ void sql_indexes_initializer::get_init_chunks(std::vector<std::wstring>& chunks)
 }
 
 std::wstring sql_indexes_initializer::index_chunk(const udb_index& index, bool old_version,
-                                                  bool& auto_unindexed) const {
+                                                  const sql_key_budget& budget) const {
   std::wstring chunk;
   if (index.b_primary) {
     chunk = L"PRIMARY KEY";
@@ -289,14 +422,11 @@ std::wstring sql_indexes_initializer::index_chunk(const udb_index& index, bool o
   chunk += L" (";
   const std::uint32_t size_limit = old_version ? sql_max_index_size_old : sql_max_index_size;
   std::uint32_t total = 0;
+  std::uint32_t key_bytes = 0;
   for (std::size_t k = 0; k < index.fields.size(); ++k) {
     const std::wstring& column = index.fields[k];
     if (k > 0) chunk += L", ";
     LOG(1, "Process idx.field %s", column);
-    if (auto_unindexed && !auto_field_.empty() && tk_equal_no_case(auto_field_, column)) {
-      LOG(1, "Got index for auto_increment field");
-      auto_unindexed = false;
-    }
     chunk += quoted(column, old_version);
     const int position = schema_->index_of(column);
     if (position < 0) {
@@ -312,6 +442,18 @@ std::wstring sql_indexes_initializer::index_chunk(const udb_index& index, bool o
     total += field.size;
     if (total > size_limit) {
       LOG(3, "Index '%s' is too big, skip it", index.name);
+      return {};
+    }
+    if (old_version) continue;  // the character rule above is the old servers' only one
+    const std::uint32_t bytes = sql_key_bytes(field, schema_->char_bytes(static_cast<std::size_t>(position)));
+    if (bytes > budget.column_bytes) {
+      LOG(3, "Index '%s' needs %d bytes of column '%s', more than the %d bytes a key column may take; skip it",
+          index.name, bytes, column, budget.column_bytes);
+      return {};
+    }
+    key_bytes += bytes;
+    if (key_bytes > budget.key_bytes) {
+      LOG(3, "Index '%s' needs more than the %d bytes a key may take; skip it", index.name, budget.key_bytes);
       return {};
     }
   }

@@ -12,9 +12,22 @@
 // chunks. sql_indexes_initializer settles the index names, maps the index
 // columns to their final names, makes the index chunks, drops the indexes a
 // server cannot build (no columns, more than 16 columns, large-object
-// columns, too many bytes, more than 63 indexes, or 15 on old servers), and
-// adds an index for an AUTO_INCREMENT column that has none. Nothing here
+// columns, too many characters, more than 63 indexes, or 15 on old servers),
+// and adds an index for an AUTO_INCREMENT column that has none. Nothing here
 // talks to a server.
+//
+// Two rules go beyond the old character counts, so that a table is never lost
+// to a limit that only the server's storage engine knows:
+//  - The key of an index is measured in bytes, as the engine measures it: a
+//    text column takes its length times the widest character of its
+//    character set (3 for utf8, 4 for utf8mb4), other columns their stored
+//    size. InnoDB takes at most 3072 bytes a key, and of one column 3072 bytes
+//    (DYNAMIC rows) or 767 on older servers; MyISAM 1000 bytes a key. An index
+//    over that budget is dropped with a log line before CREATE TABLE, instead
+//    of the server refusing the whole table (error 1071).
+//  - InnoDB wants an AUTO_INCREMENT column to be the first column of some
+//    index (error 1075 otherwise): only a carried index that starts with the
+//    column counts, and the extra index is added when none does.
 //
 // Names and types depend on the dialect of the sql_engine singleton
 // (is_old_version: no back quotes, no character sets, the old rule sets and
@@ -53,6 +66,29 @@ inline constexpr int sql_max_indexes_old = 15;
 inline constexpr std::uint32_t sql_max_index_text_size = 767;
 inline constexpr std::uint32_t sql_max_index_size = 1536;
 inline constexpr std::uint32_t sql_max_index_size_old = 256;
+// Key budgets in bytes: InnoDB's key and column limits (DYNAMIC rows, and the
+// column limit of older row formats), MyISAM's key limit.
+inline constexpr std::uint32_t sql_innodb_max_key_bytes = 3072;
+inline constexpr std::uint32_t sql_innodb_max_column_bytes_old = 767;
+inline constexpr std::uint32_t sql_myisam_max_key_bytes = 1000;
+
+// The widest character of a character set, in bytes: 4 for utf8mb4, utf16
+// and utf32, 3 for utf8, 2 for ucs2 and the double-byte Asian sets, 1 for
+// the single-byte sets. An empty or unknown name counts 4.
+std::uint32_t sql_charset_max_bytes(const std::wstring& charset);
+
+// What a key may hold on a table engine, in bytes: the whole key and one
+// column of it. Follows the engine's name (InnoDB's rules for any engine not
+// known to differ) and the server (sql_engine::large_index_prefix).
+struct sql_key_budget {
+  std::uint32_t key_bytes = sql_innodb_max_key_bytes;
+  std::uint32_t column_bytes = sql_innodb_max_key_bytes;
+};
+sql_key_budget sql_key_budget_of(const std::wstring& table_engine);
+
+// The bytes a column takes in a key: its length times char_bytes for text,
+// its stored size for the rest.
+std::uint32_t sql_key_bytes(const t_ftd& column, std::uint32_t char_bytes);
 
 class sql_schema : public udb_schema {
  public:
@@ -66,9 +102,15 @@ class sql_schema : public udb_schema {
   // Positions of the text columns that may still be cut, longest first.
   [[nodiscard]] const std::vector<std::size_t>& lobs() const { return lobs_; }
 
+  // The widest character of column i's character set in bytes, as the
+  // column chunks chose it (0 until then, which key measuring reads as 4).
+  [[nodiscard]] std::uint32_t char_bytes(std::size_t i) const { return i < char_bytes_.size() ? char_bytes_[i] : 0; }
+  void set_char_bytes(std::size_t i, std::uint32_t bytes);
+
  private:
   std::uint32_t total_size_ = 0;
   std::vector<std::size_t> lobs_;
+  std::vector<std::uint32_t> char_bytes_;
 };
 
 // The " NOT NULL", " DEFAULT ..." and " AUTO_INCREMENT" decisions.
@@ -123,6 +165,10 @@ class sql_indexes_initializer {
   sql_indexes_initializer(const sql_indexes_initializer&) = delete;
   sql_indexes_initializer& operator=(const sql_indexes_initializer&) = delete;
 
+  // The table's engine, whose key limits apply (by default the
+  // sql_engine's storage_engine).
+  void set_table_engine(std::wstring table_engine) { table_engine_ = std::move(table_engine); }
+
   // Appends one chunk per index that can be carried, then at most one for
   // the AUTO_INCREMENT column.
   void get_init_chunks(std::vector<std::wstring>& chunks);
@@ -135,7 +181,7 @@ class sql_indexes_initializer {
 
  private:
   // The chunk of one index, or an empty text when it cannot be carried.
-  [[nodiscard]] std::wstring index_chunk(const udb_index& index, bool old_version, bool& auto_unindexed) const;
+  [[nodiscard]] std::wstring index_chunk(const udb_index& index, bool old_version, const sql_key_budget& budget) const;
   [[nodiscard]] std::wstring quoted(const std::wstring& name, bool old_version) const;
 
   std::uint8_t flag_;
@@ -144,6 +190,7 @@ class sql_indexes_initializer {
   const sql_schema* schema_;
   const t_names_map* names_map_;
   udb_indexes carried_;
+  std::wstring table_engine_;
 };
 
 }  // namespace qb

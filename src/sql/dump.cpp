@@ -23,11 +23,15 @@ constexpr std::uint32_t old_dialect_version = 0x031401;
 
 // The session's sql_mode for the replay: NO_AUTO_VALUE_ON_ZERO on (a 0 in an
 // AUTO_INCREMENT column stays 0), NO_BACKSLASH_ESCAPES off (values are
-// escaped with backslashes), the server's other modes kept. The old mode is
-// saved for the end of the file. Servers before 4.1.1 skip the comment.
+// escaped with backslashes), ANSI_QUOTES off (date defaults stand between
+// double quotes) together with the combined modes that would bring it back
+// (sql_is_refused_mode), the server's other modes kept. The old mode is saved
+// for the end of the file. Servers before 4.1.1 skip the comment.
 constexpr std::string_view set_sql_mode =
     "/*!40101 SET @OLD_SQL_MODE=@@SQL_MODE, SQL_MODE=CONCAT_WS(',', NULLIF(TRIM(BOTH ',' FROM "
-    "REPLACE(CONCAT(',', @@SQL_MODE, ','), ',NO_BACKSLASH_ESCAPES,', ',')), ''), 'NO_AUTO_VALUE_ON_ZERO') */;";
+    "REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(CONCAT(',', @@SQL_MODE, ','), "
+    "',NO_BACKSLASH_ESCAPES,', ','), ',ANSI_QUOTES,', ','), ',ANSI,', ','), ',DB2,', ','), ',MAXDB,', ','), "
+    "',MSSQL,', ','), ',ORACLE,', ','), ',POSTGRESQL,', ',')), ''), 'NO_AUTO_VALUE_ON_ZERO') */;";
 constexpr std::string_view restore_sql_mode = "/*!40101 SET SQL_MODE=@OLD_SQL_MODE */;";
 
 sql_engine& engine() { return sql_engine::instance(); }
@@ -63,6 +67,10 @@ dmp_database::dmp_database(const std::wstring& file_name, const dump_options& op
       file_(tk_to_ansi(file_name)) {
   LOG(2, "dmp_database::ctor(%s)", file_name);
   engine().set_version(options_.new_version ? new_dialect_version : old_dialect_version);
+  // The new dialect is for servers that keep fractions of a second in
+  // DATETIME(n) and TIME(n) (MySQL 5.6.4, MariaDB 5.3); the old one drops them.
+  engine().set_fractional_seconds(options_.new_version);
+  engine().set_large_index_prefix(options_.new_version);
   LOG(2, "b_new_ver=%d", options_.new_version ? 1 : 0);
   // A new file has no lock open, whatever an earlier run left behind.
   engine().set_lock_active(false);
@@ -173,11 +181,20 @@ std::unique_ptr<udb_recordset> dmp_database::create_table(const std::wstring& na
 
   udb_properties* db_mutator = engine().db_mutator();
   udb_properties* table_mutator = db_mutator != nullptr ? db_mutator->find_by_source_name(name) : nullptr;
+  std::wstring table_engine;
+  std::wstring table_charset;
+  if (table_mutator != nullptr) {
+    const auto& properties = table_mutator->get_properties();
+    if (const auto it = properties.find(L"engine"); it != properties.end()) table_engine = it->second;
+    if (const auto it = properties.find(L"character set"); it != properties.end()) table_charset = it->second;
+  }
+  if (table_engine.empty()) table_engine = options_.new_version ? engine().storage_engine() : L"MyISAM";
   std::vector<std::wstring> chunks;
   columns.get_init_chunks(chunks, table_mutator);
   udb_indexes carried;
   if (!indexes.empty() || !auto_field.empty()) {
     sql_indexes_initializer index_chunks(&columns.schema(), indexes, auto_field, &columns.names_map());
+    index_chunks.set_table_engine(table_engine);
     index_chunks.get_init_chunks(chunks);
     carried = index_chunks.carried();
   }
@@ -195,14 +212,6 @@ std::unique_ptr<udb_recordset> dmp_database::create_table(const std::wstring& na
     }
     LOG(2, "Right before inserting CREATE TABLE statement");
     text += eol_ + ")" + (options_.new_version ? " ENGINE=" : " TYPE=");
-    std::wstring table_engine;
-    std::wstring table_charset;
-    if (table_mutator != nullptr) {
-      const auto& properties = table_mutator->get_properties();
-      if (const auto it = properties.find(L"engine"); it != properties.end()) table_engine = it->second;
-      if (const auto it = properties.find(L"character set"); it != properties.end()) table_charset = it->second;
-    }
-    if (table_engine.empty()) table_engine = options_.new_version ? engine().storage_engine() : L"MyISAM";
     text += utf8(table_engine);
     if (!table_charset.empty()) text += " character set " + utf8(table_charset);
     text += ";" + eol_;

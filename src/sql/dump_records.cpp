@@ -77,7 +77,7 @@ void dmp_recordset::append_record(udb_record& record) {
   LOG(1, "record size=%d", total);
   if (total > row_limit) {
     LOG(3, "Row is too big (%d bytes), swtich to slow_append", total);
-    engine().set_fast_mode(false);
+    engine().note_row_too_big();
     flush_batch();
   }
   if (engine().fast_mode()) {
@@ -172,9 +172,7 @@ void dmp_recordset::stream_value(const udb_field& field, std::size_t index) {
   const std::wstring_view text = field.text_view();
   sql_render_note note;
   for (std::size_t pos = 0; pos < text.size();) {
-    std::size_t end = std::min(text.size(), pos + piece_size);
-    // A run of quotes stays in one piece: a pair of them is kept as it is.
-    while (end < text.size() && text[end - 1] == L'\'' && text[end] == L'\'') ++end;
+    const std::size_t end = std::min(text.size(), pos + piece_size);
     piece_.clear();
     sql_append_escaped(piece_, text.substr(pos, end - pos), &note);
     db().write_raw(piece_);

@@ -2,6 +2,7 @@
 
 #include <errmsg.h>
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <climits>
@@ -9,6 +10,7 @@
 
 #include <string.h>
 
+#include "sql/database.h"
 #include "sql/dump.h"
 #include "sql/exception.h"
 #include "sql/validators.h"
@@ -172,7 +174,11 @@ void sql_engine::connect(std::wstring_view host, std::wstring_view user, std::ws
   // Each attempt starts from a fresh handle with the same options.
   if (connection_ == nullptr || handle_used_) prepare_handle(false);
   handle_used_ = true;
-  packet_size_ = 0;  // the value of the server connected before, if any
+  packet_size_ = 0;  // the values of the server connected before, if any
+  session_packet_size_ = 0;
+  fractional_seconds_ = false;
+  mariadb_ = false;
+  large_prefix_ = -1;
 
   LOG(3, "Connecting to MySQL server...");
   std::string password8 = tk_utf8_encode(password);
@@ -197,6 +203,9 @@ void sql_engine::connect(std::wstring_view host, std::wstring_view user, std::ws
   }
   version_ = *code;
   LOG(2, "Hex version: %08X", version_);
+  // Fractions of a second came with MariaDB 5.3 and MySQL 5.6.4.
+  mariadb_ = std::string_view(info).find("MariaDB") != std::string_view::npos;
+  fractional_seconds_ = version_ >= sql_version_5_6_4 || (mariadb_ && version_ >= sql_version_5_3_0);
   // A server of precisely 4.1.0 wants a password protocol that was dropped
   // again in 4.1.1; an empty password needs no protocol at all.
   if (version_ == sql_version_4_1_0 && !password.empty()) throw sql_auth_not_supported_exception();
@@ -227,7 +236,7 @@ void sql_engine::set_session_sql_mode() {
     std::size_t end = current.find(',', start);
     if (end == std::string::npos) end = current.size();
     const std::string_view item(current.data() + start, end - start);
-    if (!item.empty() && item != "NO_BACKSLASH_ESCAPES") {
+    if (!item.empty() && !sql_is_refused_mode(item)) {
       if (item == "NO_AUTO_VALUE_ON_ZERO") has_zero = true;
       if (!wanted.empty()) wanted += ',';
       wanted += item;
@@ -236,6 +245,20 @@ void sql_engine::set_session_sql_mode() {
   }
   if (!has_zero) wanted += wanted.empty() ? "NO_AUTO_VALUE_ON_ZERO" : ",NO_AUTO_VALUE_ON_ZERO";
   run("SET SESSION sql_mode='" + wanted + "'");
+}
+
+bool sql_is_refused_mode(std::string_view mode) {
+  static constexpr std::string_view refused[] = {"NO_BACKSLASH_ESCAPES", "ANSI_QUOTES", "ANSI", "DB2",
+                                                 "MAXDB",               "MSSQL",       "ORACLE", "POSTGRESQL"};
+  for (std::string_view name : refused) {
+    if (mode == name) return true;
+  }
+  return false;
+}
+
+bool sql_engine::large_index_prefix() const {
+  if (large_prefix_ >= 0) return large_prefix_ != 0;
+  return mariadb_ ? version_ >= sql_version_10_2_2 : version_ >= sql_version_5_7_7;
 }
 
 bool sql_engine::is_old_version() const {
@@ -335,6 +358,21 @@ std::uint32_t sql_engine::get_max_allowed_packet() {
   return packet_size_;
 }
 
+std::uint32_t sql_engine::effective_max_allowed_packet() {
+  const std::uint32_t asked = get_max_allowed_packet();
+  if (!connected_) return asked;
+  if (session_packet_size_ == 0) {
+    sql_stream rows(connection_.get(), "SELECT @@SESSION.max_allowed_packet");
+    if (rows.next()) {
+      const std::string_view value = rows.field(0);
+      std::from_chars(value.data(), value.data() + value.size(), session_packet_size_);
+    }
+    LOG(2, "session max_allowed_packet=%d", session_packet_size_);
+  }
+  if (session_packet_size_ == 0) return asked;
+  return asked == 0 ? session_packet_size_ : std::min(asked, session_packet_size_);
+}
+
 void sql_engine::set_max_allowed_packet(std::uint32_t bytes) {
   LOG(2, "sql_engine::set_max_allowed_packet(%d)", bytes);
   if (bytes <= packet_size_) return;
@@ -365,11 +403,7 @@ std::unique_ptr<udb_database> sql_engine::open_db(const std::wstring& name, std:
   LOG(3, "Opening MySQL database '%s'", name);
   if (has_nul(name)) throw tk_exception(std::string("The database name contains a NUL character."), 1);
   if (mysql_select_db(connection_.get(), tk_utf8_encode(name).c_str()) != 0) throw sql_exception(connection_.get());
-  LOG(2, "open mode=%d", mode);
-  // The server database (tables, rows, foreign keys and views on a live
-  // server) is built by its own module; until it is linked in, a server
-  // destination cannot be opened.
-  throw tk_exception(std::string("A MySQL server database cannot be opened as a destination in this build."), 1);
+  return std::make_unique<sql_database>(name, connection_.get(), mode);
 }
 
 std::unique_ptr<dmp_database> sql_engine::create_dump(const std::wstring& file_name, const dump_options& options) {

@@ -16,10 +16,12 @@
 // session speaks utf8mb4 when the server knows it (5.5.3 and later), so a
 // character outside the Basic Multilingual Plane reaches the server intact;
 // older servers get utf8. The session's sql_mode has NO_AUTO_VALUE_ON_ZERO
-// (a 0 in an AUTO_INCREMENT column is stored as 0) and not
-// NO_BACKSLASH_ESCAPES (values are escaped with backslashes); the server's
-// other modes stay. Foreign-key checks are off for the whole connection.
-// Passwords never reach the log.
+// (a 0 in an AUTO_INCREMENT column is stored as 0), and neither
+// NO_BACKSLASH_ESCAPES (values are escaped with backslashes) nor ANSI_QUOTES
+// (a date default is written between double quotes, which ANSI_QUOTES would
+// read as a column name) nor a combined mode that holds it (see
+// sql_is_refused_mode); the server's other modes stay. Foreign-key checks are
+// off for the whole connection. Passwords never reach the log.
 //
 // Ownership: the engine owns its connection handle; results and databases
 // made from it must be released before the engine. Thread-safety: one thread
@@ -51,11 +53,24 @@ inline constexpr std::uint32_t sql_version_4_0_23 = 0x040017;   // " TYPE=" belo
 inline constexpr std::uint32_t sql_version_4_1_0 = 0x040100;    // old servers below it
 inline constexpr std::uint32_t sql_version_4_1_1 = 0x040101;    // sql_mode NO_AUTO_VALUE_ON_ZERO from it
 inline constexpr std::uint32_t sql_version_5_5_3 = 0x050503;    // utf8mb4 from it
+inline constexpr std::uint32_t sql_version_5_3_0 = 0x050300;    // fractional seconds from it (MariaDB)
+inline constexpr std::uint32_t sql_version_5_6_4 = 0x050604;    // fractional seconds from it (MySQL)
+inline constexpr std::uint32_t sql_version_5_7_7 = 0x050707;    // 3072-byte index columns from it (MySQL)
+inline constexpr std::uint32_t sql_version_10_2_2 = 0x0A0202;   // 3072-byte index columns from it (MariaDB)
 
 // The version code of a version text such as "10.11.19-MariaDB-0+deb12u1" or
 // "5.7.30-log": the first three numbers separated by dots; whatever follows
 // the third number is ignored. Empty when the text has fewer than three.
 std::optional<std::uint32_t> sql_parse_version(std::string_view text);
+
+// True for a mode of sql_mode that the program's statements cannot work
+// under, and which the session (and a dump's replay) therefore drops:
+// NO_BACKSLASH_ESCAPES (values are escaped with backslashes), ANSI_QUOTES
+// (double quotes would name columns; date defaults are written in them), and
+// the combined modes that include ANSI_QUOTES (ANSI, DB2, MAXDB, MSSQL,
+// ORACLE, POSTGRESQL), whose name would bring it back; the other modes they
+// stand for stay, listed on their own.
+bool sql_is_refused_mode(std::string_view mode);
 
 // A name between back quotes, cut to its first 63 characters when it is
 // longer than 64. It does not look at the server version and does not double
@@ -84,9 +99,8 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   // engine's character set, then open_db(name, 2). Throws sql_exception.
   std::unique_ptr<udb_database> create_db(const std::wstring& name) override;
   // Selects the database (sql_exception when the server refuses) and opens
-  // it as the conversion's server database. The server database object is
-  // not part of this build yet: after the selection this throws
-  // tk_exception saying so.
+  // it as the conversion's server database, a sql_database with the open
+  // mode's bits (sql/database.h).
   std::unique_ptr<udb_database> open_db(const std::wstring& name, std::uint32_t mode) override;
   // A dump file as the destination: sets the version code for the chosen
   // dialect and writes the file's header. Throws tk_exception_ex when the
@@ -137,6 +151,12 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   // Raises the server's global max_allowed_packet. A refusal (no SUPER
   // privilege) is logged at level 3 and the old value stays.
   void set_max_allowed_packet(std::uint32_t bytes);
+  // The limit that holds for this connection: the smaller of
+  // get_max_allowed_packet and the session's own value, which the server
+  // fixes when the connection is made (a raised global value holds only for
+  // later connections). The session's value is asked once per connection.
+  // Throws sql_exception when the query fails.
+  std::uint32_t effective_max_allowed_packet();
 
   // sql_quote_name.
   [[nodiscard]] std::wstring quote_name(std::wstring_view name) const { return sql_quote_name(name); }
@@ -147,6 +167,19 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   void set_version(std::uint32_t code) { version_ = code; }
   // Below 4.1.0. Logs "is_old_version(%08X)" at each use.
   [[nodiscard]] bool is_old_version() const;
+  // The destination keeps fractions of a second in DATETIME(n) and TIME(n):
+  // set by connect for MySQL 5.6.4 and later and MariaDB 5.3 and later, and
+  // by a dump for its new dialect.
+  [[nodiscard]] bool fractional_seconds() const { return fractional_seconds_; }
+  void set_fractional_seconds(bool on) { fractional_seconds_ = on; }
+  // InnoDB takes up to 3072 bytes of one column into a key (DYNAMIC rows, the
+  // default of MySQL 5.7.7 and MariaDB 10.2.2 and later, and the dump's new
+  // dialect); older servers 767. A dump sets it; otherwise it follows the
+  // version.
+  [[nodiscard]] bool large_index_prefix() const;
+  void set_large_index_prefix(bool on) { large_prefix_ = on ? 1 : 0; }
+  // The server calls itself MariaDB (set by connect).
+  [[nodiscard]] bool is_mariadb() const { return mariadb_; }
 
   // --- Properties of new databases and tables -----------------------------
   [[nodiscard]] const std::wstring& charset() const { return charset_; }
@@ -162,6 +195,15 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   // it for the rest of the run.
   [[nodiscard]] bool fast_mode() const { return fast_mode_ != 0; }
   void set_fast_mode(bool on) { fast_mode_ = on ? 1 : 0; }
+  // A row of more than 1,000,000 bytes was seen: fast_mode is cleared, and
+  // row_too_big_seen tells the driver, which restores fast_mode for each
+  // table after a merge has cleared it for one, that this clearing holds for
+  // every later table of the run.
+  void note_row_too_big() {
+    fast_mode_ = 0;
+    row_too_big_ = true;
+  }
+  [[nodiscard]] bool row_too_big_seen() const { return row_too_big_; }
   // Read BLOB columns as text (set around schema reading).
   [[nodiscard]] bool blob_to_text() const { return blob_to_text_ != 0; }
   void set_blob_to_text(bool on) { blob_to_text_ = on ? 1 : 0; }
@@ -196,6 +238,11 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   // A connect was tried on the handle; the next connect starts a fresh one.
   bool handle_used_ = false;
   std::uint32_t packet_size_ = 0;
+  std::uint32_t session_packet_size_ = 0;  // the session's own limit; 0 while not asked
+  bool fractional_seconds_ = false;
+  bool mariadb_ = false;
+  bool row_too_big_ = false;
+  int large_prefix_ = -1;  // -1: by the version
   std::vector<std::wstring> charsets_;
   std::vector<std::wstring> storage_engines_;
 };

@@ -1,5 +1,7 @@
 #include "sql/exception.h"
 
+#include <errmsg.h>
+
 #include "tk/log.h"
 #include "tk/strings.h"
 #include "tk/utf.h"
@@ -19,6 +21,9 @@ std::string exception_text(std::string_view utf8) {
 }
 
 const char* text_or_empty(const char* text) { return text != nullptr ? text : ""; }
+
+// The server's error for a packet larger than max_allowed_packet.
+constexpr unsigned packet_too_large_error = 1153;
 
 }  // namespace
 
@@ -59,5 +64,13 @@ sql_prep_stmt_failed_exception::sql_prep_stmt_failed_exception(MYSQL_STMT* stmt,
                     stmt != nullptr ? mysql_stmt_errno(stmt) : 0,
                     stmt != nullptr ? text_or_empty(mysql_stmt_error(stmt)) : "",
                     stmt != nullptr ? text_or_empty(mysql_stmt_sqlstate(stmt)) : "", statement) {}
+
+bool sql_exception::connection_lost() const {
+  return number_ == CR_SERVER_GONE_ERROR || number_ == CR_SERVER_LOST || number_ == CR_SERVER_LOST_EXTENDED;
+}
+
+sql_row_too_big_exception::sql_row_too_big_exception()
+    : sql_exception(sql_error_code_base | packet_too_large_error, "Row size exceeds 'max_allowed_packet'",
+                    packet_too_large_error, "Row size exceeds 'max_allowed_packet'", "08S01", {}) {}
 
 }  // namespace qb

@@ -15,8 +15,11 @@
 //   sql_prep_stmt_failed_exception: a prepared statement failed; code
 //     0x400BB9. The statement's own diagnostics are kept beside the fixed
 //     text.
-// All three are continuable (level 0): the caller decides whether the row,
-// the table or the run is over.
+//   sql_row_too_big_exception: a row larger than the server's packet limit,
+//     refused before it is sent; code 0x400481 (the server's 1153).
+// All of them are continuable (level 0): the caller decides whether the row,
+// the table or the run is over; connection_lost() tells a connection that is
+// gone from a statement that failed.
 //
 // Thread-safety: values; may be thrown on any thread.
 #pragma once
@@ -55,6 +58,10 @@ class sql_exception : public tk_exception {
   [[nodiscard]] const std::string& sqlstate() const { return sqlstate_; }
   // The failed statement, UTF-8; empty when none was running.
   [[nodiscard]] const std::string& statement() const { return statement_; }
+  // True when the connection broke under the statement (the server went
+  // away or was lost on the way: 2006, 2013, 2055): nothing more can be sent
+  // on it, so the caller's job ends rather than its next row or table.
+  [[nodiscard]] bool connection_lost() const;
 
  protected:
   // A failure with a text of the program's own and a fixed code; the
@@ -78,6 +85,17 @@ class sql_prep_stmt_failed_exception : public sql_exception {
  public:
   // stmt may be null when the statement could not even be made.
   sql_prep_stmt_failed_exception(MYSQL_STMT* stmt, std::string_view statement);
+};
+
+// A row too big for the server's packet limit, refused before anything is
+// sent (the server would drop the connection): "Row size exceeds
+// 'max_allowed_packet'". Its code is that of the server's own error for an
+// oversized packet (1153), which has no friendly message of its own, so the
+// text is what the user sees; like every sql_exception it fails the row
+// alone.
+class sql_row_too_big_exception : public sql_exception {
+ public:
+  sql_row_too_big_exception();
 };
 
 }  // namespace qb

@@ -2,6 +2,10 @@
 
 #include <mysql.h>
 
+#include <charconv>
+#include <cmath>
+#include <type_traits>
+
 #include "ole/date.h"
 #include "ole/guid.h"
 #include "sql/engine.h"
@@ -87,8 +91,12 @@ void log_mask(Ch c) {
   }
 }
 
+// How a text is escaped: a data value completely (each quote escaped), SQL
+// text from the source (a default value) with its doubled quotes kept.
+enum class quote_pairs { escape, keep };
+
 // The escaped body of a text literal (see the header for the rules).
-template <class Str, class Ch>
+template <quote_pairs Pairs, class Str, class Ch>
 void escape_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* note) {
   sink<Str, Ch> s(out, text.size());
   const std::size_t n = text.size();
@@ -96,7 +104,7 @@ void escape_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* not
     const Ch c = text[i];
     switch (c) {
       case Ch('\''):
-        if (i + 1 < n && text[i + 1] == Ch('\'')) {
+        if (Pairs == quote_pairs::keep && i + 1 < n && text[i + 1] == Ch('\'')) {
           // A doubled quote already stands for one quote.
           s.raw(c, note);
           s.raw(c, note);
@@ -123,6 +131,8 @@ void escape_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* not
   }
 }
 
+// A quoted literal of SQL text: doubled quotes kept, and a text that is
+// exactly a doubled quote stands for the empty text.
 template <class Str, class Ch>
 void quote_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* note) {
   using Out = typename Str::value_type;
@@ -133,8 +143,41 @@ void quote_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* note
     return;
   }
   out.push_back(Out('\''));
-  escape_into(out, text, note);
+  escape_into<quote_pairs::keep>(out, text, note);
   out.push_back(Out('\''));
+}
+
+// A quoted literal of a data value: every character as it is, each quote
+// escaped, so that the text "it''s" arrives as "it''s".
+void quote_value_into(std::string& out, std::wstring_view text, sql_render_note* note) {
+  out.push_back('\'');
+  escape_into<quote_pairs::escape>(out, text, note);
+  out.push_back('\'');
+}
+
+// The shortest text that reads back to the same value (a FLOAT value to the
+// same float, a DOUBLE to the same double), rather than a fixed number of
+// digits. A float beyond FLT_MAX's shortest print ("3.4028235e+38", which as a
+// double lies above FLT_MAX and would be refused as out of range) is printed
+// as its double. Not-a-number and the infinities have no SQL literal: NULL.
+template <class T>
+void append_shortest(std::string& out, T value) {
+  if (!std::isfinite(value)) {
+    LOG(2, "A floating-point value that is not a number or infinite is written as NULL");
+    out.append("NULL");
+    return;
+  }
+  char buf[64];
+  std::to_chars_result r{};
+  if constexpr (std::is_same_v<T, float>) {
+    if (std::fabs(value) > 3.4e38F) {
+      r = std::to_chars(buf, buf + sizeof buf, static_cast<double>(value));
+      out.append(buf, r.ptr);
+      return;
+    }
+  }
+  r = std::to_chars(buf, buf + sizeof buf, value);
+  out.append(buf, r.ptr);
 }
 
 template <class Ch>
@@ -237,7 +280,15 @@ void append_value_literal(std::string& out, const udb_field& field, bool with_fr
       return;
     }
     if (ole_guid_extractor(text).is_valid()) LOG(1, "BSTR IS AN GUID");
-    quote_into(out, text, note);
+    quote_value_into(out, text, note);
+    return;
+  }
+  if (type == vt::vt_r4) {
+    append_shortest(out, field.to_float());
+    return;
+  }
+  if (type == vt::vt_r8) {
+    append_shortest(out, field.to_double());
     return;
   }
   if (type == vt::vt_date) {
@@ -279,9 +330,8 @@ void append_text_column(std::string& out, const udb_field& field, const t_ftd& c
   LOG(1, "Got BSTR value: %s, flags=%d", text, column.dw_reserved);
   if (column.dw_reserved == 2 || column.dw_reserved == 8) {
     out.append("ST_GeomFromText(");
-    out.push_back('\'');
-    escape_into(out, text, note);
-    out.append("')");
+    quote_value_into(out, text, note);
+    out.push_back(')');
     return;
   }
   if (text.empty()) {
@@ -289,16 +339,20 @@ void append_text_column(std::string& out, const udb_field& field, const t_ftd& c
     return;
   }
   if (ole_guid_extractor(text).is_valid()) LOG(1, "BSTR IS AN GUID");
-  quote_into(out, text, note);
+  quote_value_into(out, text, note);
 }
 
 }  // namespace
 
 void sql_append_escaped(std::string& out, std::wstring_view text, sql_render_note* note) {
-  escape_into(out, text, note);
+  escape_into<quote_pairs::escape>(out, text, note);
 }
 
-void sql_append_quoted(std::string& out, std::wstring_view text, sql_render_note* note) { quote_into(out, text, note); }
+void sql_append_quoted(std::string& out, std::wstring_view text, sql_render_note* note) {
+  quote_value_into(out, text, note);
+}
+
+void sql_append_sql_text_quoted(std::string& out, std::wstring_view text) { quote_into(out, text, nullptr); }
 
 std::string to_mysql_str(std::string_view text, std::uint16_t vartype) {
   LOG(1, "to_mysql_str(%s)", text);

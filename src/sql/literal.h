@@ -8,14 +8,24 @@
 // for callers that want one literal (defaults, keys, tests).
 //
 // Text literals. A text goes between single quotes. A backslash and a single
-// quote get a backslash in front; a pair of single quotes is kept as it
-// stands (the SQL way of writing one quote, as source defaults carry it), and
-// a text that is exactly such a pair is written unquoted, as the empty text.
-// A NUL becomes \0 and a carriage return \r: the mysql command-line client
-// refuses a raw NUL in its input and drops a carriage return that stands
-// before a line feed, so a dump replayed through it would lose them. Every
-// other character, line feeds and double quotes included, is written as it
-// is, in UTF-8.
+// quote get a backslash in front. A NUL becomes \0 and a carriage return \r:
+// the mysql command-line client refuses a raw NUL in its input and drops a
+// carriage return that stands before a line feed, so a dump replayed through
+// it would lose them. Every other character, line feeds and double quotes
+// included, is written as it is, in UTF-8.
+//
+// Data values and SQL text differ in one rule. The text of a data value is
+// escaped completely: every quote gets its backslash, so a value "it''s"
+// arrives as "it''s" and a value "''" as two quotes. Text that arrives from
+// the source as SQL (a default value, read by to_mysql_str and
+// to_mysql_wstr) keeps a pair of single quotes as it stands, since there it
+// is the SQL way of writing one quote, and a text that is exactly such a
+// pair is the empty text. (The rule once applied to data values too, which
+// changed every value holding two quotes in a row; it now holds for SQL text
+// alone.)
+//
+// Numbers print their value; a FLOAT or DOUBLE value the shortest text that
+// reads back to the same float or double.
 //
 // Thread-safety: reentrant. Some decisions read switches of the sql_engine
 // singleton (blob_to_text), without locks.
@@ -45,13 +55,17 @@ struct sql_render_note {
 };
 
 // --- Escaping ---------------------------------------------------------------------
-// The escaped text without the enclosing quotes, appended as UTF-8.
+// The escaped text of a data value without the enclosing quotes, appended as
+// UTF-8.
 void sql_append_escaped(std::string& out, std::wstring_view text, sql_render_note* note = nullptr);
-// The text as a quoted literal (the pair rule above included), as UTF-8.
+// A data value's text as a quoted literal, as UTF-8.
 void sql_append_quoted(std::string& out, std::wstring_view text, sql_render_note* note = nullptr);
+// SQL text from the source as a quoted literal (the pair rule above), as
+// UTF-8.
+void sql_append_sql_text_quoted(std::string& out, std::wstring_view text);
 
 // --- Literals from text -------------------------------------------------------------
-// The literal of a value given as UTF-8 text and its value tag:
+// The literal of SQL text (a default value) given as UTF-8 and its value tag:
 //   tag below 2: NULL; empty text: ''; tag 7: the text read as a date and
 //   printed in MySQL's form; tags 7 and 8: a quoted text (a GUID text of tag
 //   8 too); binary tags (65, 70, 8209): a text "0x" followed by hexadecimal

@@ -1,5 +1,7 @@
 #include "sql/native_type.h"
 
+#include <algorithm>
+
 #include <map>
 #include <string_view>
 
@@ -71,6 +73,11 @@ bool binary_text() {
   return engine != nullptr && engine->binary_text();
 }
 
+bool fractional_seconds() {
+  const sql_engine* engine = sql_engine::try_instance();
+  return engine != nullptr && engine->fractional_seconds();
+}
+
 bool blob_to_text() {
   const sql_engine* engine = sql_engine::try_instance();
   return engine != nullptr && engine->blob_to_text();
@@ -81,6 +88,16 @@ bool equals_any_no_case(std::wstring_view text, std::initializer_list<std::wstri
     if (tk_equal_no_case(text, word)) return true;
   }
   return false;
+}
+
+// DATETIME or TIME with the fraction digits the source column carries
+// (its scale: SQL Server's datetime 3, datetime2(n), time(n) and
+// datetimeoffset(n) n), at most 6, when the destination keeps fractions of a
+// second (sql_engine::fractional_seconds: MySQL 5.6.4, MariaDB 5.3, the dump's
+// new dialect). Elsewhere the plain type, which drops the fraction.
+std::wstring with_fraction(sql_type_id id, const t_ftd& field, bool no_size) {
+  if (no_size || field.scale == 0 || !fractional_seconds()) return name_of(id);
+  return sized(id, std::min<std::uint32_t>(field.scale, sql_max_fraction_digits), false);
 }
 
 std::wstring date_type(const t_ftd& field, bool no_size) {
@@ -102,13 +119,13 @@ std::wstring date_type(const t_ftd& field, bool no_size) {
       return sized(sql_type_id::char_, 19, no_size);
     case 1:
       LOG(1, "MySQL ver >= 5.6.4, modern datetime can be used");
-      return name_of(sql_type_id::datetime);
+      return with_fraction(sql_type_id::datetime, field, no_size);
     case date_kind_date:
       LOG(1, "Got pure date");
       return name_of(sql_type_id::date);
     default:
       LOG(1, "MySQL ver >= 5.6.4, modern time can be used");
-      return name_of(sql_type_id::time);
+      return with_fraction(sql_type_id::time, field, no_size);
   }
 }
 

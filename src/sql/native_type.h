@@ -80,10 +80,22 @@ inline constexpr std::uint32_t sql_max_varbinary_size = 255;
 inline constexpr std::uint32_t sql_max_blob_size = 65535;
 inline constexpr std::uint32_t sql_max_mediumblob_size = 16777215;
 
+// The most fraction digits of a DATETIME or TIME column (microseconds).
+inline constexpr std::uint32_t sql_max_fraction_digits = 6;
+
 // The column type of field as it goes into DDL ("VARCHAR(20)", "DECIMAL(19,4)",
 // "LONGTEXT"); with no_size the bare name that the type-map pages show
 // ("VARCHAR"). A vartype the rules do not know is an internal error
 // (tk_mail_assertion).
+//
+// A date and time or a pure time whose source carries fractions of a second
+// (the column's scale: 3 for SQL Server's datetime, n for datetime2(n),
+// time(n), datetimeoffset(n)) becomes DATETIME(n) or TIME(n), n at most 6,
+// when the destination keeps fractions (sql_engine::fractional_seconds);
+// values are then written with their fraction. Servers before MySQL 5.6.4
+// (MariaDB 5.3) and the dump's old dialect get the plain DATETIME and TIME,
+// which drop the fraction of every value. A TIMESTAMP (a column whose
+// default is the current moment) stays plain everywhere.
 std::wstring get_sql_native_type2(const t_ftd& field, bool no_size);
 
 // The column type text that a user's type choice stands for: the name, with

@@ -32,8 +32,6 @@ void udb_recordset::update2(const udb_key_list& /*key*/, udb_record& /*record*/)
 
 void udb_recordset::update1(udb_record& /*record*/) { LOG(2, "udb_recordset::update1"); }
 
-void udb_recordset::flush() {}
-
 udb_write_counts udb_recordset::write_counts() const { return {}; }
 
 udb_record* udb_recordset::get_item() { return nullptr; }

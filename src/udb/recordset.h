@@ -83,21 +83,19 @@ class udb_recordset {
   // The values of the primary-key columns of this recordset, taken from
   // record (found by name). that is the other side's schema.
   virtual udb_key_list get_key(const udb_schema& that, const udb_record& record);
-  // Writes out the rows a destination still holds (the last batch) and
-  // reports a failure by an exception. The driver calls it at the end of an
-  // entry, before the recordset is destroyed; the destructor only writes
-  // quietly. Nothing here.
+  // The end of a destination table: writes out the rows still held back
+  // (a batched destination keeps the last batch) and whatever else is
+  // pending, and reports a failure by an exception. The driver calls it
+  // once at the end of each entry, before the recordset is destroyed, so
+  // that a failure of the last rows is reported with their table and the
+  // counts of write_counts are complete; the destructor only does the same
+  // quietly, as a safety net. A later call does nothing more than report a
+  // failure that is still standing. Nothing here.
   virtual void finish();
 
   // --- Verification of what a destination wrote --------------------------------
-  // Sends the rows still pending (a batched destination holds some back)
-  // and reports a failure by throwing. The driver calls it at the end of
-  // each table, so that a failure of the last batch is reported with its
-  // table and the counts below are complete; the destructor remains the
-  // quiet safety net. The base has nothing pending.
-  virtual void flush();
-  // The figures above, as far as they are known at this moment; the base
-  // does not know them.
+  // What the destination says it has written so far (complete after
+  // finish); the base does not know.
   [[nodiscard]] virtual udb_write_counts write_counts() const;
 
   // Adds an index unless one of that name (compared without regard to case)

@@ -16,7 +16,7 @@
 
 #include "app/convertor.h"
 #include "app/driver.h"
-#include "app/tn_validator.h"
+#include "sql/engine.h"
 #include "sql/exception.h"
 #include "sql/mutator.h"
 #include "tk/error_handler.h"
@@ -165,6 +165,7 @@ class watched_source : public memory_database {
 struct batching {
   std::size_t size = 0;  // rows held back before they go out; 0: none
   bool fail_flush = false;
+  bool fail_finish = false;  // the destination's finish() fails
 };
 
 // A destination recordset that holds rows back until a batch is full or it
@@ -186,7 +187,7 @@ class batching_recordset : public udb_recordset {
     pending_.push_back(record);
     if (pending_.size() >= rule_.size) send();
   }
-  void flush() override {
+  void finish() override {
     if (rule_.fail_flush && !pending_.empty()) throw tk_exception("Lost connection to MySQL server", 1);
     send();
   }
@@ -237,6 +238,10 @@ class watched_dest : public memory_database {
     log_.calls.emplace_back("delete_tab");
     return memory_database::delete_tab(name);
   }
+  void finish() override {
+    log_.calls.emplace_back("dest finished");
+    if (rule_.fail_finish) throw tk_exception("Cannot write the dump file '/full/disk.sql': No space left on device", 1);
+  }
 
  private:
   watch_log& log_;
@@ -286,6 +291,8 @@ class memory_services : public conversion_services {
   std::uint32_t source_mode = 0;
   std::wstring source_schema_given;
   std::uint32_t dest_mode = udb_open_dest_update;
+  // Unconnected: it gives the table-name validator of version.
+  sql_engine engine;
 
   std::unique_ptr<udb_database> open_source(const std::wstring& name, std::uint32_t mode,
                                             const std::wstring& schema_filter) override {
@@ -297,8 +304,10 @@ class memory_services : public conversion_services {
   std::unique_ptr<udb_database> get_dest_base() override {
     return std::make_unique<watched_dest>(dest, L"target", dest_mode, watch, batch);
   }
-  std::uint32_t dest_version() override { return version; }
-  std::unique_ptr<udb_validator> create_tn_validator(std::uint32_t v) override { return app_create_tn_validator(v); }
+  std::unique_ptr<udb_validator> create_tn_validator() override {
+    engine.set_version(version);
+    return engine.create_tn_validator({}, {});
+  }
   [[nodiscard]] bool is_direct() const override { return direct; }
   void set_max_allowed_packet(std::uint32_t bytes) override { packet_requests.push_back(bytes); }
   [[nodiscard]] std::uint8_t fast_mode() const override { return fast; }

@@ -2,6 +2,9 @@
 // ends of both engines, the destination checks.
 #include "app/convertor.h"
 
+#include "sql/database.h"
+#include "sql/dump.h"
+
 #include <set>
 
 #include <gtest/gtest.h>
@@ -413,20 +416,59 @@ TEST(ConvertorServer, TestsForAndDropsADatabase) {
   EXPECT_TRUE(capture.has_line("sql_engine::set_max_allowed_packet(209715200)"));
 }
 
-TEST(ConvertorServer, SaysThatItCannotOpenServerDatabasesYet) {
+TEST(ConvertorServer, OpensCreatesAndDumpsThroughTheEngine) {
   user_folders folders;
   handler_and_shell ui;
   quillbridge_convertor converter;
-  converter.dest = L"shop";
-  EXPECT_THROW(static_cast<void>(converter.target().open_db(L"shop", 168)), tk_exception);
+  // Without a connection a server database cannot be had.
+  try {
+    static_cast<void>(converter.target().open_db(L"shop", 168));
+    FAIL() << "opened without a connection";
+  } catch (const tk_exception& e) {
+    EXPECT_STREQ(e.what(), "Not connected to the MySQL server.");
+  }
   EXPECT_THROW(static_cast<void>(converter.target().create_db(L"shop")), tk_exception);
-  EXPECT_THROW(static_cast<void>(converter.target().create_dump(L"/tmp/x.sql", {})), tk_exception);
   try {
     static_cast<void>(converter.is_mysql_base_exist(L"shop"));
     FAIL() << "no failure without a connection";
   } catch (const tk_exception& e) {
     EXPECT_STREQ(e.what(), "Not connected to the MySQL server.");
   }
+
+  // A dump needs no server.
+  temp_dir dir;
+  mysql_dump_options options;
+  options.title = "Quillbridge test";
+  options.line_break = 1;
+  {
+    std::unique_ptr<udb_database> dump = converter.target().create_dump(tk_utf8_decode(dir.file("x.sql")), options);
+    ASSERT_NE(dynamic_cast<dmp_database*>(dump.get()), nullptr);
+    dump->finish();
+  }
+  EXPECT_NE(read_file(dir.file("x.sql")).find("# Created by Quillbridge test\n"), std::string::npos);
+
+  const mariadb_server& server = mariadb_server::main();
+  converter.mysql_converter_impl::host = server.host();
+  converter.port = std::to_string(server.port());
+  converter.mysql_converter_impl::user = server.account().user;
+  converter.mysql_converter_impl::password = server.account().password;
+  converter.connect_mysql_server();
+  const std::wstring name = tk_utf8_decode("qb_app_open_" + std::to_string(::getpid()));
+  {
+    std::unique_ptr<udb_database> created = converter.target().create_db(name);
+    auto* db = dynamic_cast<sql_database*>(created.get());
+    ASSERT_NE(db, nullptr);
+    EXPECT_EQ(db->mode(), 2U);
+    EXPECT_TRUE(db->get_table_names().empty());
+  }
+  {
+    std::unique_ptr<udb_database> opened = converter.target().open_db(name, udb_open_dest_synchronize);
+    auto* db = dynamic_cast<sql_database*>(opened.get());
+    ASSERT_NE(db, nullptr);
+    EXPECT_EQ(db->mode(), udb_open_dest_synchronize);
+  }
+  converter.target().db_delete(name);
+  EXPECT_FALSE(converter.is_mysql_base_exist(name));
 }
 
 // --- SQL Server front end -------------------------------------------------------------

@@ -90,7 +90,7 @@ TEST_F(Driver, EmptyWorkListStillRunsTheClosingSteps) {
   EXPECT_TRUE(converter.table_reports.empty());
   std::vector<std::string> expected{"create_relationships"};
   expected.insert(expected.end(), 2 * sql_compat_function_count, "query");  // each function: drop, create
-  expected.insert(expected.end(), {"create_views", "dest closed", "source closed"});
+  expected.insert(expected.end(), {"create_views", "dest finished", "dest closed", "source closed"});
   EXPECT_EQ(services.watch.calls, expected);
   ASSERT_EQ(services.dest.statements.size(), 2 * sql_compat_function_count);
   EXPECT_EQ(services.dest.statements[0], L"DROP FUNCTION IF EXISTS SQUARE");
@@ -601,7 +601,7 @@ TEST_F(Driver, CancelBetweenRecordsKeepsWhatWasWritten) {
   EXPECT_TRUE(logged("Table '[dbo].[a]': 2 read, 2 written, 0 not written (duplicate keys or errors), 0 warnings"));
   // The entry's recordsets went first, then the run's databases.
   EXPECT_EQ(services.watch.calls,
-            (std::vector<std::string>{"source recordset closed", "dest closed", "source closed"}));
+            (std::vector<std::string>{"source recordset closed", "dest finished", "dest closed", "source closed"}));
   expect_finished_last();
 }
 
@@ -656,6 +656,56 @@ TEST_F(Driver, FailureOfTheLastBatchFailsItsTable) {
   EXPECT_EQ(report.written, 0U);
   EXPECT_EQ(report.not_written, 3U);
   EXPECT_TRUE(logged("Table '[dbo].[a]': 3 read, 0 written, 3 not written (duplicate keys or errors), 0 warnings"));
+}
+
+TEST_F(Driver, DestinationIsFinishedBeforeItIsReleased) {
+  add_people(services.source, L"[dbo].[a]", 1);
+  converter.selected_tables = {L"[dbo].[a]"};
+
+  run();
+
+  const auto& calls = services.watch.calls;
+  const auto finished = std::find(calls.begin(), calls.end(), "dest finished");
+  const auto closed = std::find(calls.begin(), calls.end(), "dest closed");
+  ASSERT_NE(finished, calls.end());
+  EXPECT_LT(finished, closed);
+  EXPECT_TRUE(ui.shell.errors().empty());
+}
+
+TEST_F(Driver, DestinationThatCannotBeFinishedFailsTheRun) {
+  services.batch.fail_finish = true;
+  add_people(services.source, L"[dbo].[a]", 1);
+  converter.selected_tables = {L"[dbo].[a]"};
+
+  run();
+
+  EXPECT_EQ(ui.shell.errors(),
+            (std::vector<std::string>{"Cannot write the dump file '/full/disk.sql': No space left on device"}));
+  EXPECT_EQ(converter.table_reports.size(), 1U);
+  EXPECT_FALSE(converter.table_reports[0].failed);
+  expect_finished_last();
+}
+
+TEST_F(Driver, LostConnectionEndsTheRunAfterItsEntry) {
+  add_people(services.source, L"[dbo].[a]", 3);
+  add_people(services.source, L"[dbo].[b]", 3);
+  converter.selected_tables = {L"[dbo].[a]", L"[dbo].[b]"};
+  services.source.relationships.push_back(udb_rel(L"fk", L"", L"[dbo].[a]", L"[dbo].[b]", {L"id"}, {L"id"}, L""));
+  services.dest.on_append = [](const memory_table&, const udb_record& row) {
+    if (row[0].to_long() == 2) throw sql_exception(2013, "Lost connection to server during query", "HY000", "");
+  };
+
+  run();
+
+  // Reported once, for its table, and not as a failure of one record.
+  EXPECT_EQ(ui.shell.errors(), (std::vector<std::string>{"[dbo].[a]: Lost connection to server during query"}));
+  ASSERT_EQ(converter.table_reports.size(), 1U);
+  EXPECT_TRUE(converter.table_reports[0].failed);
+  EXPECT_EQ(services.dest.find_table(L"[dbo].[b]"), nullptr);
+  EXPECT_TRUE(logged("The connection to the destination was lost while converting '[dbo].[a]': the run ends"));
+  EXPECT_TRUE(logged("Relationships and views are not converted: the connection to the destination was lost"));
+  EXPECT_TRUE(services.dest.created_relationships.empty());
+  expect_finished_last();
 }
 
 TEST_F(Driver, CancelSendsTheRowsHeldBack) {

@@ -8,13 +8,15 @@
 // to the converter's seams (set_source_engine, set_target).
 //
 // Where the target holds a value differently on purpose, the comparison says
-// so: DATETIME, TIME and TIMESTAMP keep whole seconds; FLOAT keeps about
-// seven significant digits; DECIMAL writes its scale's zeros; spatial values
-// are compared as well-known text without blanks.
+// so: DATETIME and TIME keep as many fraction digits as the target column
+// has (the source's, at most six), TIMESTAMP whole seconds; FLOAT is read
+// with the six digits MariaDB prints; DECIMAL writes its scale's zeros;
+// spatial values are compared as well-known text without blanks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <fcntl.h>
 #include <map>
@@ -235,7 +237,7 @@ std::string two(int v) {
 }
 
 // The text the target gives for a source value in a column of that data type.
-std::optional<std::string> expected_text(const ole_variant& v, const std::string& data_type) {
+std::optional<std::string> expected_text(const ole_variant& v, const std::string& data_type, int fraction_digits) {
   if (v.is_empty()) return std::nullopt;
   switch (v.get_type()) {
     case ole_variant::vt_bool:
@@ -244,7 +246,16 @@ std::optional<std::string> expected_text(const ole_variant& v, const std::string
       const ole_systemtime& t = v.get_date()->src;
       char date[32];
       std::snprintf(date, sizeof date, "%04d-%02d-%02d", t.wYear, t.wMonth, t.wDay);
-      const std::string time = two(t.wHour) + ":" + two(t.wMinute) + ":" + two(t.wSecond);
+      std::string time = two(t.wHour) + ":" + two(t.wMinute) + ":" + two(t.wSecond);
+      if (fraction_digits > 0) {
+        // The stored fraction: the source's microseconds cut to the column's
+        // digits.
+        const ole_date& d = *v.get_date();
+        const int micro = d.microseconds != 0 ? d.microseconds : t.wMilliseconds * 1000;
+        char digits[8];
+        std::snprintf(digits, sizeof digits, "%06d", micro);
+        time += "." + std::string(digits, static_cast<std::size_t>(std::min(fraction_digits, 6)));
+      }
       if (data_type == "date") return std::string(date);
       if (data_type == "time") return time;
       return std::string(date) + " " + time;
@@ -266,6 +277,7 @@ std::optional<std::string> expected_text(const ole_variant& v, const std::string
 struct target_column {
   std::string name;
   std::string data_type;
+  int fraction_digits = 0;  // DATETIME(n), TIME(n)
 };
 
 kind kind_of(const std::string& data_type) {
@@ -351,10 +363,12 @@ class SourceToDump : public ::testing::Test {
 
   std::vector<target_column> columns(const std::string& db, const std::string& table) {
     std::vector<target_column> out;
-    for (const auto& row : target_.rows("SELECT COLUMN_NAME, DATA_TYPE FROM information_schema.COLUMNS WHERE "
+    for (const auto& row : target_.rows("SELECT COLUMN_NAME, DATA_TYPE, DATETIME_PRECISION FROM "
+                                        "information_schema.COLUMNS WHERE "
                                         "TABLE_SCHEMA = " + sql_text(db) + " AND TABLE_NAME = " + sql_text(table) +
                                         " ORDER BY ORDINAL_POSITION")) {
-      out.push_back({*row[0], *row[1]});
+      const bool fraction = (*row[1] == "datetime" || *row[1] == "time") && row[2];
+      out.push_back({*row[0], *row[1], fraction ? std::atoi(row[2]->c_str()) : 0});
     }
     return out;
   }
@@ -397,7 +411,9 @@ class SourceToDump : public ::testing::Test {
     for (rs->reset(); !rs->is_eof(); rs->next()) {
       const udb_record& r = *rs->get_item();
       std::vector<std::optional<std::string>> row;
-      for (std::size_t i = 0; i < r.size(); ++i) row.push_back(expected_text(r[i], cols[i].data_type));
+      for (std::size_t i = 0; i < r.size(); ++i) {
+        row.push_back(expected_text(r[i], cols[i].data_type, cols[i].fraction_digits));
+      }
       source.push_back(std::move(row));
     }
     for (text_rows* rows : {&target, &source}) {

@@ -345,7 +345,10 @@ TEST_F(SqlDdl, IdentityIndexNameAvoidsAnIndexOfThatName) {
   EXPECT_EQ(chunks.indexes[1], L"INDEX `id00000` (`id`)");
 }
 
-TEST_F(SqlDdl, IdentitySecondInAnIndexCountsAsIndexed) {
+TEST_F(SqlDdl, IdentitySecondInAnIndexGetsAnIndexOfItsOwn) {
+  // InnoDB refuses a table whose AUTO_INCREMENT column heads no index
+  // (error 1075): a place further back does not count.
+  test::log_capture log;
   udb_schema source;
   t_ftd id = col(L"id", vt::vt_i4);
   id.b_auto_num = true;
@@ -354,7 +357,32 @@ TEST_F(SqlDdl, IdentitySecondInAnIndexCountsAsIndexed) {
   udb_indexes indexes;
   indexes.push_back(udb_index(L"ix", false, false, {L"a", L"ID"}));
   const auto chunks = make_chunks(source, indexes);
-  EXPECT_EQ(chunks.indexes, (std::vector<std::wstring>{L"INDEX `ix` (`a`, `ID`)"}));
+  EXPECT_EQ(chunks.indexes, (std::vector<std::wstring>{L"INDEX `ix` (`a`, `ID`)", L"INDEX `id` (`id`)"}));
+  EXPECT_TRUE(log.has_line("Creating index for auto-field"));
+}
+
+TEST_F(SqlDdl, IdentityHeadingACarriedIndexNeedsNoOther) {
+  udb_schema source;
+  t_ftd id = col(L"id", vt::vt_i4);
+  id.b_auto_num = true;
+  source.push_back(id);
+  source.push_back(col(L"a", vt::vt_i4));
+  udb_indexes indexes;
+  indexes.push_back(udb_index(L"ix", false, false, {L"ID", L"a"}));
+  const auto chunks = make_chunks(source, indexes);
+  EXPECT_EQ(chunks.indexes, (std::vector<std::wstring>{L"INDEX `ix` (`ID`, `a`)"}));
+}
+
+TEST_F(SqlDdl, IdentityHeadingADroppedIndexGetsAnIndexOfItsOwn) {
+  udb_schema source;
+  t_ftd id = col(L"id", vt::vt_i4);
+  id.b_auto_num = true;
+  source.push_back(id);
+  source.push_back(col(L"note", vt::vt_bstr, 0));
+  udb_indexes indexes;
+  indexes.push_back(udb_index(L"ix", false, false, {L"id", L"note"}));  // a LOB column: dropped
+  const auto chunks = make_chunks(source, indexes);
+  EXPECT_EQ(chunks.indexes, (std::vector<std::wstring>{L"INDEX `id` (`id`)"}));
 }
 
 TEST_F(SqlDdl, SixteenColumnsAreCarriedSeventeenSkipped) {
@@ -375,6 +403,9 @@ TEST_F(SqlDdl, SixteenColumnsAreCarriedSeventeenSkipped) {
 }
 
 TEST_F(SqlDdl, IndexTextSizeLimits) {
+  // The character counts; with a one-byte character set no key is over the
+  // engine's byte budget.
+  engine.set_charset(L"latin1");
   test::log_capture log;
   udb_schema source;
   source.push_back(col(L"v767", vt::vt_bstr, 767));
@@ -399,6 +430,97 @@ TEST_F(SqlDdl, IndexTextSizeLimits) {
   EXPECT_TRUE(log.has_line("Index 'ibin' built on LOB column(s) is not allowed"));
   EXPECT_TRUE(log.has_line("Index column 'nowhere' is not found"));
   EXPECT_TRUE(log.has_line("Skip index 'iempty' as it is built on empty fields list"));
+}
+
+TEST_F(SqlDdl, IndexOverInnodbsByteBudgetIsDroppedAndTheTableKept) {
+  // utf8 takes three bytes a character: three VARCHAR(512) are 4608 bytes,
+  // over InnoDB's 3072 (error 1071 would refuse the whole table).
+  test::log_capture log;
+  udb_schema source;
+  source.push_back(col(L"a", vt::vt_bstr, 512));
+  source.push_back(col(L"b", vt::vt_bstr, 512));
+  source.push_back(col(L"c", vt::vt_bstr, 512));
+  source.push_back(col(L"v767", vt::vt_bstr, 767));
+  source.push_back(col(L"n", vt::vt_i8));
+  udb_indexes indexes;
+  indexes.push_back(udb_index(L"i3", false, false, {L"a", L"b", L"c"}));
+  indexes.push_back(udb_index(L"i2", false, false, {L"a", L"b", L"n"}));
+  indexes.push_back(udb_index(L"i767", false, false, {L"v767"}));
+  indexes.push_back(udb_index(L"i767n", false, false, {L"v767", L"a", L"n"}));
+  const auto chunks = make_chunks(source, indexes);
+  // 2 * 1536 + 8 = 3080 bytes is over as well; 767 * 3 = 2301 fits.
+  EXPECT_EQ(chunks.indexes, (std::vector<std::wstring>{L"INDEX `i767` (`v767`)"}));
+  EXPECT_TRUE(log.has_line("Index 'i3' needs more than the 3072 bytes a key may take; skip it"));
+  EXPECT_TRUE(log.has_line("Index 'i2' needs more than the 3072 bytes a key may take; skip it"));
+  EXPECT_TRUE(log.has_line("Index 'i767n' needs more than the 3072 bytes a key may take; skip it"));
+}
+
+TEST_F(SqlDdl, KeyBytesFollowTheCharacterSetOfEachColumn) {
+  test::log_capture log;
+  test_mutator table;
+  table.child(L"wide").set(L"character_set", L"utf8mb4");
+  udb_schema source;
+  source.push_back(col(L"wide", vt::vt_bstr, 700));    // 2800 bytes in utf8mb4
+  source.push_back(col(L"narrow", vt::vt_bstr, 100));  // 300 bytes in utf8
+  udb_indexes indexes;
+  indexes.push_back(udb_index(L"both", false, false, {L"wide", L"narrow"}));
+  indexes.push_back(udb_index(L"one", false, false, {L"wide"}));
+  const auto chunks = make_chunks(source, indexes, &table);
+  EXPECT_EQ(chunks.indexes, (std::vector<std::wstring>{L"INDEX `one` (`wide`)"}));
+  EXPECT_TRUE(log.has_line("Index 'both' needs more than the 3072 bytes a key may take; skip it"));
+}
+
+TEST_F(SqlDdl, OlderServersTakeAt767BytesOfAKeyColumn) {
+  engine.set_version(0x050600);  // MySQL 5.6: COMPACT rows
+  test::log_capture log;
+  udb_schema source;
+  source.push_back(col(L"a", vt::vt_bstr, 255));  // 765 bytes
+  source.push_back(col(L"b", vt::vt_bstr, 256));  // 768 bytes
+  udb_indexes indexes;
+  indexes.push_back(udb_index(L"ia", false, false, {L"a"}));
+  indexes.push_back(udb_index(L"ib", false, false, {L"b"}));
+  const auto chunks = make_chunks(source, indexes);
+  EXPECT_EQ(chunks.indexes, (std::vector<std::wstring>{L"INDEX `ia` (`a`)"}));
+  EXPECT_TRUE(log.has_line("Index 'ib' needs 768 bytes of column 'b', more than the 767 bytes a key column may take; skip it"));
+}
+
+TEST_F(SqlDdl, MyIsamKeysHoldAThousandBytes) {
+  engine.set_storage_engine(L"MyISAM");
+  udb_schema source;
+  source.push_back(col(L"a", vt::vt_bstr, 333));  // 999 bytes
+  source.push_back(col(L"b", vt::vt_bstr, 334));  // 1002 bytes
+  udb_indexes indexes;
+  indexes.push_back(udb_index(L"ia", false, false, {L"a"}));
+  indexes.push_back(udb_index(L"ib", false, false, {L"b"}));
+  const auto chunks = make_chunks(source, indexes);
+  engine.set_storage_engine(L"InnoDB");
+  EXPECT_EQ(chunks.indexes, (std::vector<std::wstring>{L"INDEX `ia` (`a`)"}));
+}
+
+TEST_F(SqlDdl, KeyBytesOfColumnKinds) {
+  EXPECT_EQ(sql_key_bytes(col(L"i", vt::vt_i4), 3), 4U);
+  EXPECT_EQ(sql_key_bytes(col(L"l", vt::vt_i8), 3), 8U);
+  EXPECT_EQ(sql_key_bytes(col(L"t", vt::vt_bstr, 10), 4), 40U);
+  EXPECT_EQ(sql_key_bytes(col(L"t", vt::vt_bstr, 10), 0), 40U);
+  EXPECT_EQ(sql_key_bytes(col(L"b", vt::vt_bytes, 16), 3), 16U);
+  t_ftd dec = col(L"d", vt::vt_decimal);
+  dec.prec = 18;
+  dec.scale = 4;
+  EXPECT_EQ(sql_key_bytes(dec, 3), 9U);  // 14 digits: 4 + 3 bytes, 4 digits: 2 bytes
+  EXPECT_EQ(sql_key_bytes(col(L"m", vt::vt_cy), 3), 9U);
+  t_ftd when = col(L"dt", vt::vt_date);
+  when.dw_reserved = 1;
+  EXPECT_EQ(sql_key_bytes(when, 3), 8U);
+  EXPECT_EQ(sql_key_bytes(col(L"nokind", vt::vt_date), 3), 57U);  // CHAR(19)
+  t_ftd typed = col(L"x", vt::vt_bstr, 10);
+  typed.native_type = L"varchar(300)";
+  EXPECT_EQ(sql_key_bytes(typed, 3), 900U);
+  EXPECT_EQ(sql_charset_max_bytes(L"utf8mb4"), 4U);
+  EXPECT_EQ(sql_charset_max_bytes(L"UTF8"), 3U);
+  EXPECT_EQ(sql_charset_max_bytes(L"latin1"), 1U);
+  EXPECT_EQ(sql_charset_max_bytes(L"gbk"), 2U);
+  EXPECT_EQ(sql_charset_max_bytes(L""), 4U);
+  EXPECT_EQ(sql_charset_max_bytes(L"no-such-set"), 4U);
 }
 
 TEST_F(SqlDdl, OldServerIndexLimitIs256Bytes) {

@@ -96,7 +96,7 @@ TEST(SqlEngineSession, ZeroInAnAutoIncrementColumnStaysZero) {
   EXPECT_EQ(db.root.column("SELECT id FROM " + table + " ORDER BY v"), (std::vector<std::string>{"0", "5"}));
 }
 
-TEST(SqlEngineSession, RemovesNoBackslashEscapesAndKeepsTheOtherModesOfTheServer) {
+TEST(SqlEngineSession, RemovesNoBackslashEscapesAndAnsiQuotesAndKeepsTheOtherModesOfTheServer) {
   // This server runs with sql_mode ANSI_QUOTES,NO_BACKSLASH_ESCAPES,STRICT_ALL_TABLES.
   const auto& server = mariadb_server::announcing("5.7.30-log");
   test::test_session root(server);
@@ -105,9 +105,22 @@ TEST(SqlEngineSession, RemovesNoBackslashEscapesAndKeepsTheOtherModesOfTheServer
   sql_engine engine;
   test::connect_engine(engine, server, server.account());
   EXPECT_EQ(modes(test::engine_scalar(engine, "SELECT @@SESSION.sql_mode")),
-            (std::set<std::string>{"ANSI_QUOTES", "NO_AUTO_VALUE_ON_ZERO", "STRICT_ALL_TABLES"}));
+            (std::set<std::string>{"NO_AUTO_VALUE_ON_ZERO", "STRICT_ALL_TABLES"}));
   // A backslash escape is read as one.
   EXPECT_EQ(test::engine_scalar(engine, "SELECT 'a\\'b\\\\c'"), "a'b\\c");
+  // Double quotes hold a text, as a date default is written, not a name.
+  EXPECT_EQ(test::engine_scalar(engine, "SELECT \"2020-01-02\""), "2020-01-02");
+}
+
+TEST(SqlEngineSession, ModesThatBringAnsiQuotesAreRefused) {
+  for (const char* mode : {"NO_BACKSLASH_ESCAPES", "ANSI_QUOTES", "ANSI", "DB2", "MAXDB", "MSSQL", "ORACLE",
+                           "POSTGRESQL"}) {
+    EXPECT_TRUE(sql_is_refused_mode(mode)) << mode;
+  }
+  for (const char* mode : {"STRICT_TRANS_TABLES", "PIPES_AS_CONCAT", "IGNORE_SPACE", "REAL_AS_FLOAT",
+                           "NO_AUTO_VALUE_ON_ZERO", "ansi", ""}) {
+    EXPECT_FALSE(sql_is_refused_mode(mode)) << mode;
+  }
 }
 
 TEST(SqlEngineSession, WaitTimeoutIsRaisedTo28800) {

@@ -1,6 +1,8 @@
 // Values as MySQL statements spell them, and MySQL result cells as values.
 #include "sql/literal.h"
 
+#include <cstdlib>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -9,6 +11,7 @@
 
 #include "ole/date.h"
 #include "sql/engine.h"
+#include "sql/native_type.h"
 #include "tk/exception.h"
 #include "tk/utf.h"
 
@@ -68,6 +71,69 @@ TEST(SqlToMysqlStr, DoubledQuoteStaysAsItIs) {
   EXPECT_EQ(to_mysql_wstr(L"''", vt::vt_bstr), L"''");
 }
 
+TEST(SqlDataValue, DoubledQuotesOfAValueAreEscapedLikeAnyQuote) {
+  // A value is data, not SQL text: "it''s" must arrive as "it''s".
+  const t_ftd text = column(vt::vt_bstr, 50);
+  EXPECT_EQ(cell(ole_variant(L"it''s"), text), "'it\\'\\'s'");
+  EXPECT_EQ(cell(ole_variant(L"''"), text), "'\\'\\''");
+  EXPECT_EQ(cell(ole_variant(L"'''"), text), "'\\'\\'\\''");
+  const udb_field f = field(ole_variant(L"a''b"));
+  EXPECT_EQ(to_mysql_str(&f), "'a\\'\\'b'");
+  std::string out;
+  sql_append_quoted(out, L"x''");
+  EXPECT_EQ(out, "'x\\'\\''");
+  out.clear();
+  sql_append_escaped(out, L"''");
+  EXPECT_EQ(out, "\\'\\'");
+  // A geometry's text too.
+  EXPECT_EQ(cell(ole_variant(L"POINT(1 2)''"), column(vt::vt_bstr, 0, false, 2)),
+            "ST_GeomFromText('POINT(1 2)\\'\\'')");
+}
+
+TEST(SqlDataValue, SqlTextKeepsItsDoubledQuotes) {
+  // A default value arrives from the source as SQL text.
+  std::string out;
+  sql_append_sql_text_quoted(out, L"it''s");
+  EXPECT_EQ(out, "'it''s'");
+  t_ftd with_default = column(vt::vt_bstr, 20);
+  with_default.def_value = ole_variant(L"it''s");
+  EXPECT_EQ(make_mysql_def_val(with_default), L"'it''s'");
+}
+
+TEST(SqlDataValue, FloatIsTheShortestTextOfTheSameFloat) {
+  auto str = [](const ole_variant& v) {
+    const udb_field f = field(v);
+    return to_mysql_str(&f);
+  };
+  EXPECT_EQ(str(ole_variant(0.1F)), "0.1");
+  // Seven significant digits would read back as 1.
+  EXPECT_EQ(str(ole_variant(1.0000001F)), "1.0000001");
+  for (float f : {123456789.0F, 0.3F, 1e-40F, 16777216.0F, -2.7182817F}) {
+    EXPECT_EQ(std::strtof(str(ole_variant(f)).c_str(), nullptr), f);
+  }
+  EXPECT_EQ(str(ole_variant(-3.5e-20F)), "-3.5e-20");
+  // The largest float as its double: the float's own shortest print lies
+  // above FLT_MAX as a double and would be out of range.
+  EXPECT_EQ(str(ole_variant(std::numeric_limits<float>::max())), "3.4028234663852886e+38");
+  EXPECT_EQ(str(ole_variant(std::numeric_limits<float>::quiet_NaN())), "NULL");
+  EXPECT_EQ(cell(ole_variant(2.5F), column(vt::vt_r4)), "2.5");
+}
+
+TEST(SqlDataValue, DoubleIsTheShortestTextOfTheSameDouble) {
+  auto str = [](const ole_variant& v) {
+    const udb_field f = field(v);
+    return to_mysql_str(&f);
+  };
+  EXPECT_EQ(str(ole_variant(0.1)), "0.1");
+  EXPECT_EQ(str(ole_variant(1.0 / 3.0)), "0.3333333333333333");
+  EXPECT_EQ(str(ole_variant(1e300)), "1e+300");
+  EXPECT_EQ(str(ole_variant(-0.0)), "-0");
+  EXPECT_EQ(str(ole_variant(std::numeric_limits<double>::infinity())), "NULL");
+  for (double d : {0.1, 2.0 / 3.0, 1e-310, 123456789.123456789, 9007199254740993.0}) {
+    EXPECT_EQ(std::strtod(str(ole_variant(d)).c_str(), nullptr), d);
+  }
+}
+
 TEST(SqlToMysqlStr, NullEmptyAndNumbers) {
   test::log_capture log;
   EXPECT_EQ(to_mysql_str("5", vt::vt_null), "NULL");
@@ -124,7 +190,7 @@ TEST(SqlToMysqlStrField, NumbersPrintTheirValueText) {
   };
   EXPECT_EQ(str(ole_variant(static_cast<short>(-7))), "-7");
   EXPECT_EQ(str(ole_variant(static_cast<unsigned long long>(18446744073709551615ULL))), "18446744073709551615");
-  EXPECT_EQ(str(ole_variant(0.5)), "5.0000000000000000e-01");
+  EXPECT_EQ(str(ole_variant(0.5)), "0.5");
   EXPECT_EQ(str(ole_variant(true)), "1");
   ole_decimal dec;
   ASSERT_EQ(ole_decimal::from_string("-12345678901234567890123456789.012345678", dec), 0);

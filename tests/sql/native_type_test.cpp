@@ -8,7 +8,9 @@
 #include "sql/engine.h"
 #include "tk/exception.h"
 
+#include "support/mariadb_server.h"
 #include "support/temp_dir.h"
+#include "test_session.h"
 
 namespace qb {
 namespace {
@@ -176,6 +178,42 @@ TEST(SqlNativeType2, DateKindsChooseTheirTypes) {
   EXPECT_TRUE(log.has_line("MySQL ver >= 5.6.4, modern datetime can be used"));
   EXPECT_TRUE(log.has_line("MySQL ver >= 5.6.4, modern time can be used"));
   EXPECT_TRUE(log.has_line("Got pure date"));
+}
+
+TEST(SqlNativeType2, FractionsOfASecondWhereTheDestinationKeepsThem) {
+  sql_engine engine;
+  auto with_scale = [](std::uint32_t dw, std::uint32_t scale) {
+    t_ftd f = column(vt::vt_date, 0, dw);
+    f.scale = scale;
+    return f;
+  };
+  engine.set_fractional_seconds(true);
+  EXPECT_EQ(type2(with_scale(1, 3)), L"DATETIME(3)");       // SQL Server datetime
+  EXPECT_EQ(type2(with_scale(1, 7)), L"DATETIME(6)");       // datetime2(7): six digits at most
+  EXPECT_EQ(type2(with_scale(16 | 1, 5)), L"DATETIME(5)");  // datetimeoffset(5)
+  EXPECT_EQ(type2(with_scale(3, 2)), L"TIME(2)");           // time(2)
+  EXPECT_EQ(type2(with_scale(1, 0)), L"DATETIME");          // smalldatetime
+  EXPECT_EQ(type2(with_scale(2, 3)), L"DATE");
+  EXPECT_EQ(type2(with_scale(9, 3)), L"TIMESTAMP");
+  EXPECT_EQ(get_sql_native_type2(with_scale(1, 3), true), L"DATETIME");
+  // Older servers keep the plain types: the fraction of each value is lost there.
+  engine.set_fractional_seconds(false);
+  EXPECT_EQ(type2(with_scale(1, 3)), L"DATETIME");
+  EXPECT_EQ(type2(with_scale(3, 7)), L"TIME");
+}
+
+TEST(SqlNativeType2, FractionalSecondsFollowTheServerAndTheDumpDialect) {
+  sql_engine engine;
+  EXPECT_FALSE(engine.fractional_seconds());  // nothing known before a connection
+  const auto& server = test::mariadb_server::main();
+  test::connect_engine(engine, server, server.account());
+  EXPECT_TRUE(engine.fractional_seconds());  // MariaDB 10.11
+  EXPECT_TRUE(engine.is_mariadb());
+  // A server announcing MySQL 5.5 keeps no fractions.
+  sql_engine old_engine;
+  const auto& old_server = test::mariadb_server::announcing("5.5.2");
+  test::connect_engine(old_engine, old_server, old_server.account());
+  EXPECT_FALSE(old_engine.fractional_seconds());
 }
 
 TEST(SqlNativeType2, DateWithoutStatedKindIsChar19) {
