@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "sql/dump.h"
 #include "sql/name_rules.h"
 #include "tk/exception.h"
 #include "tk/log.h"
@@ -36,9 +37,18 @@ std::unique_ptr<udb_database> sql_engine_target::open_db(const std::wstring& /*n
   not_built("open a database");
 }
 
-std::unique_ptr<udb_database> sql_engine_target::create_dump(const std::wstring& /*path*/,
-                                                             const mysql_dump_options& /*options*/) {
-  not_built("write a dump file");
+std::unique_ptr<udb_database> sql_engine_target::create_dump(const std::wstring& path,
+                                                             const mysql_dump_options& options) {
+  dump_options dump;
+  dump.line_break = options.line_break;
+  dump.new_version = options.new_version != 0;
+  dump.add_lock = options.add_lock != 0;
+  dump.insert_comments = options.insert_comments != 0;
+  dump.create_database = options.create_database != 0;
+  dump.create_table = options.create_table != 0;
+  dump.created_by = tk_ansi_to_wide(options.title);
+  dump.database_name = tk_ansi_to_wide(options.database_name);
+  return engine_.create_dump(path, dump);
 }
 
 void sql_engine_target::db_delete(const std::wstring& name) {

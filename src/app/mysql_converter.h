@@ -9,9 +9,9 @@
 // Databases of the destination are made through mysql_target_engine: the
 // server's databases (exists, open, create, delete) and the dump file. The
 // converter uses the one plugged in with set_target; by default that is
-// sql_engine_target, which asks the sql_engine whether a database exists and
-// drops it, and says clearly that it cannot open or create databases or dump
-// files, which the target layer does not make yet.
+// sql_engine_target, which asks the sql_engine whether a database exists,
+// drops it and makes dump files, and says clearly that it cannot open or
+// create server databases, which the target layer does not make yet.
 //
 // Ownership: the converter owns the engine and its settings; a target given
 // to set_target belongs to the caller and must outlive its use.
@@ -59,6 +59,8 @@ class sql_engine_target : public mysql_target_engine {
   // The target layer makes no server database objects yet: tk_exception.
   std::unique_ptr<udb_database> create_db(const std::wstring& name) override;
   std::unique_ptr<udb_database> open_db(const std::wstring& name, std::uint32_t mode) override;
+  // sql_engine::create_dump with the options of the converter; the title is
+  // the "# Created by" text.
   std::unique_ptr<udb_database> create_dump(const std::wstring& path, const mysql_dump_options& options) override;
   // sql_engine::db_delete and sql_engine::is_db_exist; without a
   // connection, tk_exception "Not connected to the MySQL server.".
