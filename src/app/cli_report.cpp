@@ -17,7 +17,9 @@ std::string table_name(const std::wstring& name) { return cli_narrow(name); }
 std::string views_line(const cli_report_input& input) {
   const udb_view_report& views = input.views;
   if (!views.attempted) return input.views_selected ? "Views: not converted" : std::string();
-  if (!views.counted) return tk_format("Views: %u handed to the destination", views.handed);
+  if (!views.counted) {
+    return views.handed == 0 ? std::string() : tk_format("Views: %u handed to the destination", views.handed);
+  }
   std::string text = tk_format("Views: %u converted, %u failed", views.created, views.failed);
   if (views.skipped != 0) text += tk_format(", %u skipped (not a SELECT)", views.skipped);
   return text;

@@ -12,11 +12,18 @@
 //   [dbo].[orders]     250 rows (id, name)
 //   [dbo].[flaky]      100 rows made as they are read; reading row 51 fails
 //                      as a lost connection does
+//   [dbo].[shaky]      10 rows made as they are read; reading row 4 fails
+//                      with a continuable error (level 0)
 //   [dbo].[bulk_rows]  1,000,000,000 rows made as they are read (for
 //                      interrupting a run in the middle of a table)
+//   [dbo].[stuck]      reading its second row never returns (a source that
+//                      hangs: the run cannot stop between two records)
+//   [dbo].[misuse]     reading its first row is an internal error
 //   the view [dbo].[v_people] over [dbo].[people]
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "app/cli_console.h"
@@ -35,12 +42,16 @@ namespace {
 t_ftd id_column() { return memory_column(L"id", 3, 0, true); }
 t_ftd name_column() { return memory_column(L"name", 8, 50); }
 
+// What reading one row of a generated table does instead of giving it.
+enum class row_fault { none, lost_connection, continuable, hangs, misuse };
+
 // A table whose rows are made as they are read: (n, "row n"). Reading the
-// row fail_at (1-based; 0: never) throws as a lost connection does.
+// row fault_at (1-based) fails as the fault says.
 class generated_rows : public udb_recordset {
  public:
-  generated_rows(udb_database* database, std::wstring name, std::uint64_t rows, std::uint64_t fail_at)
-      : udb_recordset(database, std::move(name), false), fail_at_(fail_at) {
+  generated_rows(udb_database* database, std::wstring name, std::uint64_t rows, row_fault fault = row_fault::none,
+                 std::uint64_t fault_at = 0)
+      : udb_recordset(database, std::move(name), false), fault_(fault), fault_at_(fault_at) {
     schema_.push_back(id_column());
     schema_.push_back(name_column());
     indexes_.push_back_direct(udb_index(L"PK", true, true, {L"id"}));
@@ -50,7 +61,7 @@ class generated_rows : public udb_recordset {
   udb_record* get_item() override {
     if (is_eof()) return nullptr;
     const std::uint64_t n = position_ + 1;
-    if (n == fail_at_) throw tk_exception("Communication link failure", 1);
+    if (n == fault_at_) fail(n);
     row_.reset();
     row_.emplace_back(L"id", 0, ole_variant(static_cast<long long>(n)), false, true);
     row_.emplace_back(L"name", 50, ole_variant(L"row " + std::to_wstring(n)));
@@ -61,8 +72,24 @@ class generated_rows : public udb_recordset {
   void reset() override { position_ = 0; }
 
  private:
+  void fail(std::uint64_t n) const {
+    switch (fault_) {
+      case row_fault::none:
+        return;
+      case row_fault::lost_connection:
+        throw tk_exception("Communication link failure", 1);
+      case row_fault::continuable:
+        throw tk_exception("Conversion failed when converting the value of row " + std::to_string(n), 0);
+      case row_fault::hangs:
+        for (;;) std::this_thread::sleep_for(std::chrono::seconds(1));
+      case row_fault::misuse:
+        throw tk_mail_assertion("memory_cli", __LINE__);
+    }
+  }
+
   std::uint64_t position_ = 0;
-  std::uint64_t fail_at_;
+  row_fault fault_;
+  std::uint64_t fault_at_;
   udb_record row_;
 };
 
@@ -70,12 +97,18 @@ class sample_database : public memory_database {
  public:
   using memory_database::memory_database;
   std::unique_ptr<udb_recordset> get_table(const std::wstring& name, std::uint32_t flags) override {
-    if (name == L"[dbo].[flaky]") return std::make_unique<generated_rows>(this, name, 100, 51);
-    if (name == L"[dbo].[bulk_rows]") return std::make_unique<generated_rows>(this, name, 1'000'000'000, 0);
+    if (name == L"[dbo].[flaky]") return make(name, 100, row_fault::lost_connection, 51);
+    if (name == L"[dbo].[shaky]") return make(name, 10, row_fault::continuable, 4);
+    if (name == L"[dbo].[bulk_rows]") return make(name, 1'000'000'000);
+    if (name == L"[dbo].[stuck]") return make(name, 10, row_fault::hangs, 2);
+    if (name == L"[dbo].[misuse]") return make(name, 10, row_fault::misuse, 1);
     return memory_database::get_table(name, flags);
   }
-  bool is_table_exist(const std::wstring& name) override {
-    return name == L"[dbo].[flaky]" || name == L"[dbo].[bulk_rows]" || memory_database::is_table_exist(name);
+
+ private:
+  std::unique_ptr<udb_recordset> make(const std::wstring& name, std::uint64_t rows, row_fault fault = row_fault::none,
+                                      std::uint64_t fault_at = 0) {
+    return std::make_unique<generated_rows>(this, name, rows, fault, fault_at);
   }
 };
 
