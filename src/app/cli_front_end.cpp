@@ -198,8 +198,10 @@ cli_report_input cli_front_end::gather(const quillbridge_convertor& converter, d
   input.last_records = converter.n_records.load();
   input.errors = shell_->errors();
   // A failure from outside the exception family reaches the user as an
-  // error box only.
+  // error box only; it joins the list while the list has room, as the
+  // handler's own failures do.
   for (const std::string& box : shell_->run_error_boxes()) {
+    if (input.errors.size() >= wizard_shell::max_errors) break;
     if (std::find(input.errors.begin(), input.errors.end(), box) == input.errors.end()) input.errors.push_back(box);
   }
   input.failures = std::max(shell_->run_failures(), input.errors.size());

@@ -314,6 +314,31 @@ TEST_F(CliProgram, CleanDumpRunExitsWithZeroAndReports) {
               "quillbridge_convertor::check_dest", "progress_page::page_init", "quillbridge_convertor::operator()",
               "gui_finish_page::page_init", "Display success-message"}))
       << log();
+  // A dump file needs no MySQL server.
+  EXPECT_FALSE(has_line(log(), "mysql_converter_impl::connect_mysql_server"));
+}
+
+TEST_F(CliProgram, RunWithNothingSelectedSucceeds) {
+  const cli_result r = cli_run(launch(k_memory_program, {dump_profile({})}));
+  EXPECT_EQ(r.status, 0) << r.out << r.err;
+  EXPECT_TRUE(r.out.starts_with("Converting database 'sales' (0 tables)\n\n")) << r.out;
+  EXPECT_NE(r.out.find(k_success), std::string::npos);
+  EXPECT_EQ(r.out.find("Table '"), std::string::npos);
+  EXPECT_TRUE(file_exists(dump()));
+}
+
+TEST_F(CliProgram, TwentyErrorsAreListedAndTheRestCounted) {
+  std::vector<std::string> tables;
+  for (int i = 1; i <= 21; ++i) tables.push_back("dbo.missing" + std::to_string(i));
+  const cli_result r = cli_run(launch(k_memory_program, {"--quiet", dump_profile(tables)}));
+  EXPECT_EQ(r.status, 1);
+  const std::vector<std::string> lines = lines_of(r.out);
+  // Heading, failure text, then each error and an empty line, then the count.
+  ASSERT_EQ(lines.size(), 4U + 2U * 20U + 1U) << r.out;
+  EXPECT_TRUE(lines[4].starts_with("[dbo].[missing1]: ")) << lines[4];
+  EXPECT_TRUE(lines[42].starts_with("[dbo].[missing20]: ")) << lines[42];
+  EXPECT_EQ(lines[44], "1 more errors are in the log.");
+  EXPECT_EQ(r.out.find("[dbo].[missing21]"), std::string::npos);
 }
 
 TEST_F(CliProgram, RunWithAFailingTableExitsWithOneAndConvertsTheOthers) {
@@ -390,6 +415,21 @@ TEST_F(CliProgram, PathWithBlanksNeedsNoQuotes) {
   const cli_result r = cli_run(launch(k_memory_program, {"--quiet", dir.path() + "/my", "run.qbr"}));
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(has_line(log(), "QUICK LAUNCH: profile=" + path));
+}
+
+TEST_F(CliProgram, FailureFromOutsideTheFamilyEndsTheRunAndIsReported) {
+  const cli_result r = cli_run(launch(k_memory_program, {dump_profile({"dbo.people", "dbo.foreign", "dbo.orders"})}));
+  EXPECT_EQ(r.status, 1) << r.out << r.err;
+  EXPECT_NE(r.out.find("There were some errors while converting the database.\n\n"
+                       "The source returned a row it cannot describe\n\n"),
+            std::string::npos)
+      << r.out;
+  EXPECT_TRUE(has_line(r.out,
+                       "Table '[dbo].[foreign]': 1 read, 1 written, 0 not written (duplicate keys or errors), "
+                       "0 warnings - failed"));
+  // The run ended there.
+  EXPECT_EQ(r.out.find("Table '[dbo].[orders]'"), std::string::npos);
+  EXPECT_EQ(r.err, "Error: The source returned a row it cannot describe\n");
 }
 
 TEST_F(CliProgram, InternalErrorEndsTheProcessWithMinusOne) {

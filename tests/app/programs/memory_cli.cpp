@@ -19,9 +19,12 @@
 //   [dbo].[stuck]      reading its second row never returns (a source that
 //                      hangs: the run cannot stop between two records)
 //   [dbo].[misuse]     reading its first row is an internal error
+//   [dbo].[foreign]    reading its second row fails with an exception from
+//                      outside the program's family (std::runtime_error)
 //   the view [dbo].[v_people] over [dbo].[people]
 #include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -43,7 +46,7 @@ t_ftd id_column() { return memory_column(L"id", 3, 0, true); }
 t_ftd name_column() { return memory_column(L"name", 8, 50); }
 
 // What reading one row of a generated table does instead of giving it.
-enum class row_fault { none, lost_connection, continuable, hangs, misuse };
+enum class row_fault { none, lost_connection, continuable, hangs, misuse, foreign };
 
 // A table whose rows are made as they are read: (n, "row n"). Reading the
 // row fault_at (1-based) fails as the fault says.
@@ -84,6 +87,8 @@ class generated_rows : public udb_recordset {
         for (;;) std::this_thread::sleep_for(std::chrono::seconds(1));
       case row_fault::misuse:
         throw tk_mail_assertion("memory_cli", __LINE__);
+      case row_fault::foreign:
+        throw std::runtime_error("The source returned a row it cannot describe");
     }
   }
 
@@ -102,6 +107,7 @@ class sample_database : public memory_database {
     if (name == L"[dbo].[bulk_rows]") return make(name, 1'000'000'000);
     if (name == L"[dbo].[stuck]") return make(name, 10, row_fault::hangs, 2);
     if (name == L"[dbo].[misuse]") return make(name, 10, row_fault::misuse, 1);
+    if (name == L"[dbo].[foreign]") return make(name, 10, row_fault::foreign, 2);
     return memory_database::get_table(name, flags);
   }
 
