@@ -12,6 +12,8 @@ namespace {
 
 constexpr std::wstring_view k_table_line = L"Converting table ";
 constexpr std::wstring_view k_database_line = L"Converting database ";
+// Boxes kept for the report: enough to fill the finish page's list.
+constexpr std::size_t k_kept_boxes = 2 * wizard_shell::max_errors;
 
 // The text without its line end.
 std::wstring without_line_end(std::wstring text) {
@@ -43,30 +45,27 @@ std::vector<std::string> cli_shell::run_error_boxes() const {
   return run_error_boxes_;
 }
 
-void cli_shell::show_error(const std::wstring& title, const std::wstring& text) {
-  headless_shell::show_error(title, text);
+void cli_shell::show_error(const std::wstring& /*title*/, const std::wstring& text) {
   const std::string message = cli_message_text(text);
   if (running_.load()) {
     ++run_failures_;
     std::string one_line = message;
     std::replace(one_line.begin(), one_line.end(), '\n', ' ');
     std::lock_guard lock(mutex_);
-    run_error_boxes_.push_back(std::move(one_line));
+    if (run_error_boxes_.size() < k_kept_boxes) run_error_boxes_.push_back(std::move(one_line));
   }
   if (print_failures()) console_.error_line("Error: " + message);
 }
 
-void cli_shell::show_message(const std::wstring& title, const std::wstring& text) {
-  headless_shell::show_message(title, text);
+void cli_shell::show_message(const std::wstring& /*title*/, const std::wstring& text) {
   if (!quiet_) console_.line(cli_message_text(text));
 }
 
 wizard_shell::log_box cli_shell::append_log(const std::wstring& text) {
-  const log_box result = headless_shell::append_log(text);
   if (running_.load() && text.starts_with(k_database_line)) run_opened_.store(true);
-  if (quiet_ || console_.terminal()) return result;
+  if (quiet_ || console_.terminal()) return log_box::appended;
   const std::wstring line = without_line_end(text);
-  if (line.empty()) return result;
+  if (line.empty()) return log_box::appended;
   std::string prefix;
   const udb_converter* converter = converter_.load();
   if (converter != nullptr && line.starts_with(k_table_line)) {
@@ -75,11 +74,13 @@ wizard_shell::log_box cli_shell::append_log(const std::wstring& text) {
     if (tables != 0) prefix = tk_format("[%u/%u] ", number, tables);
   }
   console_.line(prefix + cli_message_text(line));
-  return result;
+  return log_box::appended;
 }
 
-int cli_shell::ask_continue_or_abort(const std::wstring& title, const std::wstring& message, bool& do_not_show) {
-  const int answer = headless_shell::ask_continue_or_abort(title, message, do_not_show);
+int cli_shell::ask_continue_or_abort(const std::wstring& /*title*/, const std::wstring& message, bool& do_not_show) {
+  const headless_policy answers = get_policy();
+  const int answer = answers.continue_answer;
+  if (answer != answer_not_shown) do_not_show = answers.tick_do_not_show;
   if (running_.load()) ++run_failures_;
   if (print_failures()) {
     console_.error_line("Error: " + cli_message_text(message));

@@ -17,9 +17,10 @@
 // follows them.
 //
 // The shell counts the failures shown to the user while the run goes on, and
-// keeps those shown as an error box, because a failure from outside the
-// exception family reaches the user only that way and not through the
-// error handler's list.
+// keeps the first ones shown as an error box, because a failure from outside
+// the exception family reaches the user only that way and not through the
+// error handler's list. Unlike headless_shell it keeps no record of every
+// call: a long run may report a failure for each of millions of records.
 //
 // Ownership: the front end owns the shell; the console and the converter
 // given to it must outlive it.
