@@ -12,8 +12,6 @@ mss_source_engine::~mss_source_engine() = default;
 
 namespace {
 
-constexpr const char* k_no_databases = "SQL Server databases cannot be opened by this build of the program yet.";
-
 const wchar_t* const k_section = udb_profile_mss_settings;
 
 void load_text(const udb_profile& profile, std::wstring_view key, std::wstring& field) {
@@ -27,16 +25,19 @@ void store_text_if_any(udb_profile& profile, const std::wstring& key, const std:
 
 }  // namespace
 
-std::unique_ptr<udb_database> mss_engine_source::open_db(const std::wstring& /*name*/, std::uint32_t /*mode*/,
-                                                         const std::wstring& /*schema*/) {
-  throw tk_exception(k_no_databases, 1);
+std::unique_ptr<udb_database> mss_engine_source::open_db(const std::wstring& name, std::uint32_t mode,
+                                                         const std::wstring& schema) {
+  return engine_.open_db(name, mode, schema);
 }
 
-bool mss_engine_source::is_db_exist(const std::wstring& /*name*/) { throw tk_exception(k_no_databases, 1); }
+bool mss_engine_source::is_db_exist(const std::wstring& name) { return engine_.is_db_exist(name); }
 
 std::vector<std::wstring> mss_engine_source::get_contents() { return engine_.get_contents(); }
 
-mssql_converter_impl::mssql_converter_impl() { mss_set_view_owned(is_view_owned != 0); }
+mssql_converter_impl::mssql_converter_impl() {
+  mss_set_view_owned(is_view_owned != 0);
+  engine.set_as_dbo(as_dbo != 0);
+}
 
 mssql_converter_impl::~mssql_converter_impl() = default;
 
@@ -73,7 +74,7 @@ int mssql_converter_impl::test_query(const std::wstring& database, const std::ws
 }
 
 void mssql_converter_impl::set_as_dbo(bool flag) {
-  LOG(1, "mss_engine::set_as_dbo(%d)", flag ? 1 : 0);
+  engine.set_as_dbo(flag);  // logs "mss_engine::set_as_dbo(%d)"
   as_dbo = flag ? 1 : 0;
 }
 

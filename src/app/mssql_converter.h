@@ -48,9 +48,8 @@ class mss_source_engine {
   virtual std::vector<std::wstring> get_contents() = 0;
 };
 
-// The calls over the converter's mss_engine. The list of databases comes
-// from the engine; opening a database and asking whether one exists are not
-// part of the engine yet, and fail with a clear message.
+// The calls over the converter's mss_engine: opening a database, asking
+// whether one exists, and the list of databases.
 class mss_engine_source : public mss_source_engine {
  public:
   explicit mss_engine_source(mss_engine& engine) : engine_(engine) {}

@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "mss/command.h"
+#include "mss/database.h"
 #include "mss/error_map.h"
+#include "mss/table_names.h"
 #include "tk/exception.h"
 #include "tk/log.h"
 #include "tk/strings.h"
@@ -108,6 +110,11 @@ int mss_version_code(std::wstring_view text) {
     return mss_version_azure;
   }
   return mss_version_unknown;
+}
+
+std::wstring mss_bracket_name(const std::wstring& name) {
+  if (name.size() >= 2 && name.front() == L'[' && name.back() == L']') return name;
+  return L"[" + name + L"]";
 }
 
 const std::vector<odb_driver>& odb_default_drivers() {
@@ -218,7 +225,9 @@ mss_engine::mss_engine(std::vector<odb_driver> drivers) : initializer_(std::move
   LOG(2, "mss_engine::ctor");
 }
 
-mss_engine::~mss_engine() { std::fill(password_.begin(), password_.end(), L'\0'); }
+mss_engine::~mss_engine() {
+  std::fill(password_.begin(), password_.end(), L'\0');
+}
 
 void mss_engine::connect(const std::wstring& server, const std::wstring& user, const std::wstring& password,
                          const std::wstring& database, bool fast_load) {
@@ -305,5 +314,70 @@ odb_connection mss_engine::open_data_source(const std::wstring* database) {
   if (!connected_) throw tk_mail_assertion("mss_engi", __LINE__);
   return initializer_.test_connection(environment_, server_, user_, password_, database);
 }
+
+bool mss_engine::is_db_exist(const std::wstring& name) {
+  LOG(2, "mss_engine::is_db_exist(%s)", name);
+  if (!connected_) throw tk_mail_assertion("mss_engi", __LINE__);
+  if (version_ != mss_version_azure) {
+    LOG(2, "Step #1: check via get_contents()");
+    const bool found = std::any_of(contents_.begin(), contents_.end(),
+                                   [&](const std::wstring& db) { return tk_equal_no_case(db, name); });
+    if (!found) {
+      LOG(2, "Database %s has NOT been found", name);
+      return false;
+    }
+    LOG(2, "Database %s has been found", name);
+  }
+  LOG(2, "Step #2: check via test_connection(...)");
+  try {
+    odb_connection probe = open_data_source(&name);
+    probe.close();
+  } catch (const odb_exception& e) {
+    LOG(2, "ERROR: %s", e.what());
+    throw mss_no_perm_exception(user_, name);
+  }
+  LOG(2, "mss_engine::is_db_exist -- end");
+  return true;
+}
+
+std::unique_ptr<udb_database> mss_engine::open_db(const std::wstring& name, std::uint32_t flags,
+                                                  const std::wstring& schema) {
+  LOG(2, "mss_engine::open_db(%s)", name);
+  LOG(3, "Opening MS SQL database '%s'", name);
+  if (!connected_) throw tk_mail_assertion("mss_engi", __LINE__);
+  odb_connection session = open_data_source(&name);
+  LOG(2, "Connection to the database was establish successfully");
+  return std::make_unique<mss_database>(*this, name, schema, std::move(session), flags);
+}
+
+std::wstring mss_engine::get_safe_tname(const std::wstring& name) const {
+  LOG(2, "mss_engine::get_safe_tname(%s)", name);
+  std::wstring table;
+  std::wstring owner;
+  mss_split_tab_name(name, table, owner);
+  std::wstring result;
+  if (!owner.empty()) {
+    LOG(2, "This is a full canonized table name");
+    result = mss_bracket_name(owner) + L"." + mss_bracket_name(table);
+  } else {
+    std::wstring prefix = L"[dbo].";
+    if (!user_.empty() && !as_dbo_ && !tk_equal_no_case(user_, L"sa")) prefix = mss_bracket_name(user_) + L".";
+    result = prefix + mss_bracket_name(table);
+  }
+  LOG(2, "result=%s", result);
+  return result;
+}
+
+void mss_engine::set_as_dbo(bool flag) {
+  LOG(2, "mss_engine::set_as_dbo(%d)", flag ? 1 : 0);
+  as_dbo_ = flag;
+}
+
+void mss_engine::set_view_owned(bool flag) {
+  LOG(2, "mss_engine::set_view_owned(%d)", flag ? 1 : 0);
+  mss_set_view_owned(flag);
+}
+
+bool mss_engine::is_view_owned() const { return mss_is_view_owned(); }
 
 }  // namespace qb

@@ -29,6 +29,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,6 +38,8 @@
 #include "tk/singleton.h"
 
 namespace qb {
+
+class udb_database;
 
 // Version codes of SQL Server releases, as get_version gives them.
 inline constexpr int mss_version_unknown = 1;
@@ -60,6 +63,11 @@ struct odb_driver {
 
 // The order of attempts.
 const std::vector<odb_driver>& odb_default_drivers();
+
+// A name between square brackets, as SQL Server quotes it: a name that
+// already begins with '[' and ends with ']' stays as it is; inner ']' are not
+// doubled.
+std::wstring mss_bracket_name(const std::wstring& name);
 
 // Parts of a connection.
 struct odb_login {
@@ -142,6 +150,35 @@ class mss_engine : public tk_singleton<mss_engine> {
   // the default one), by the same order of drivers.
   odb_connection open_data_source(const std::wstring* database);
 
+  // Whether the server has the database and the login may open it. Step 1
+  // (not on Azure, where there is no list) looks for the name in contents,
+  // without regard to case: not there, false. Step 2 connects to it with the
+  // stored settings: a refusal throws mss_no_perm_exception naming the user
+  // and the database, so a database that exists but may not be opened is
+  // reported by name. Not connected: tk_mail_assertion.
+  bool is_db_exist(const std::wstring& name);
+  // Opens a database on a connection of its own and reads its catalog (an
+  // mss_database: tables of the schema, sequences, views unless bit 0x80 of
+  // flags is set). An empty schema: all schemas, or "dbo" alone while views
+  // are owned. The caller owns the result. Throws odb_exception when the
+  // database cannot be opened; not connected: tk_mail_assertion.
+  std::unique_ptr<udb_database> open_db(const std::wstring& name, std::uint32_t flags, const std::wstring& schema);
+  // The bracketed full name of a table: "[owner].[table]". A bare name gets
+  // the owner "dbo", or the login's name when a SQL login other than "sa"
+  // does not work as dbo (set_as_dbo).
+  [[nodiscard]] std::wstring get_safe_tname(const std::wstring& name) const;
+  // "connect as DBO": bare table names go through "[dbo]." even for a named
+  // user. Logs "mss_engine::set_as_dbo(%d)". Off at start.
+  void set_as_dbo(bool flag);
+  [[nodiscard]] bool as_dbo() const { return as_dbo_; }
+  // "view owned": object names carry no owner (a database opened with no
+  // schema lists the tables of "dbo" by their composed names), and "dbo."
+  // leaves view texts. On at start. One flag for the process, shared with
+  // the table-name functions (mss_set_view_owned), which is what the
+  // converter's setting and the profile change.
+  void set_view_owned(bool flag);
+  [[nodiscard]] bool is_view_owned() const;
+
   [[nodiscard]] bool is_connected() const { return connected_; }
   // True when pure dates and pure times can be told from dates with times:
   // connected to SQL Server 2008 or later (also Azure) through a driver that
@@ -170,6 +207,7 @@ class mss_engine : public tk_singleton<mss_engine> {
   bool connected_ = false;
   bool fast_load_ = true;
   bool integrated_ = false;
+  bool as_dbo_ = false;
   odb_initializer initializer_;
   std::vector<std::wstring> contents_;
 };

@@ -125,6 +125,15 @@ void odb_recordset::prepare_cache() {
   }
 }
 
+void odb_recordset::sync_field_flags() {
+  for (odb_record& record : cache_) {
+    for (std::size_t i = 0; i < record.size() && i < schema_.size(); ++i) {
+      record[i].b_auto_num = schema_[i].b_auto_num;
+      record[i].b_not_null = schema_[i].b_not_null;
+    }
+  }
+}
+
 void odb_recordset::reset() {
   LOG(2, "odb_recordset::reset");
   if (rowset_ == nullptr) return;

@@ -80,6 +80,11 @@ class odb_recordset : public udb_recordset {
   // The rowset, for a caller that runs a new statement into this recordset.
   void set_rowset(std::unique_ptr<odb_statement> rowset);
 
+ protected:
+  // Copies the not-null and auto-number flags of the schema into the fields
+  // of the cached records, after a caller refined the schema.
+  void sync_field_flags();
+
  private:
   class cache_sink;
 

@@ -78,4 +78,6 @@ std::wstring mss_simplify_tab_name(const std::wstring& name, wchar_t separator) 
 
 void mss_set_view_owned(bool view_owned) { engine_view_owned.store(view_owned); }
 
+bool mss_is_view_owned() { return engine_view_owned.load(); }
+
 }  // namespace qb

@@ -38,7 +38,8 @@ bool mss_split_tab_name(const std::wstring& name, std::wstring& table, std::wstr
 std::wstring mss_simplify_tab_name(const std::wstring& name, wchar_t separator);
 
 // "view owned" (object names carry no owner) as the split logs it; true
-// until set.
+// until set. The engine reads the same flag (mss_engine::is_view_owned).
 void mss_set_view_owned(bool view_owned);
+[[nodiscard]] bool mss_is_view_owned();
 
 }  // namespace qb

@@ -416,6 +416,68 @@ def catalog_views_answer_sql_queries():
            [["dbo", "v_children"]], "INFORMATION_SCHEMA.TABLES")
 
 
+@check
+def catalog_follows_the_release():
+    # SQL Server 2000 has no sys schema but its system tables; 2005 has sys.sql_modules but no
+    # sequences (2012); Azure refuses names of other databases.
+    with StandIn(["types.json"], "--version", "2000", database="qbtypes") as s, connect(s) as c:
+        expect_error(lambda: c.query("SELECT name from master.sys.sysdatabases ORDER BY name"), 208)
+        eq(c.query("SELECT name from master.dbo.sysdatabases ORDER BY name"),
+           [["master"], ["qbother"], ["qbtypes"], ["tempdb"]], "sysdatabases")
+        expect_error(lambda: c.query("select name from sys.tables"), 208)
+        expect_error(lambda: c.query("select name from sys.sql_modules"), 208)
+        eq(c.query("SELECT c.name, t.name, m.text, c.status FROM dbo.sysobjects o INNER JOIN dbo.syscolumns c "
+                   "ON c.id = o.id INNER JOIN dbo.systypes t ON t.xusertype = c.xusertype LEFT JOIN "
+                   "dbo.syscomments m ON m.id = c.cdefault WHERE o.xtype = 'U' AND o.name='t_parent' "
+                   "AND USER_NAME(o.uid)='dbo' ORDER BY c.colid"),
+           [["id", "int", None, "128"], ["code", "varchar", "('ABCDEF')", "0"], ["qty", "int", "((0))", "8"],
+            ["created", "datetime", "(getdate())", "8"], ["label", "nvarchar", "(N'it''s')", "8"]], "syscolumns")
+        eq(c.query("SELECT CAST(IDENT_CURRENT('[dbo].[t_parent]') AS INT), IDENT_INCR('dbo.t_parent'), "
+                   "IDENT_CURRENT('dbo.t_child')"), [["2", "1", None]], "IDENT_CURRENT")
+    with StandIn(["types.json"], "--version", "2008", database="qbtypes") as s, connect(s) as c:
+        eq(len(c.query("select name, definition from sys.objects o join sys.sql_modules m "
+                       "on m.object_id = o.object_id where o.type = 'V'")), 1, "views on 2008")
+        expect_error(lambda: c.query("SELECT name FROM SYS.SEQUENCES"), 208)
+    with StandIn(["types.json"], "--version", "azure", database="qbtypes") as s, connect(s) as c:
+        expect_error(lambda: c.query("SELECT name from master.sys.databases ORDER BY name"), 40515)
+        eq(c.query("SELECT name FROM qbtypes.sys.schemas where principal_id < 16384 and name = 'sales'"),
+           [["sales"]], "three-part name of the current database")
+
+
+@check
+def sequences_and_case_sensitive_names():
+    with StandIn(["business.json", "hostile.json"], database="qbshop") as s:
+        with connect(s) as c:
+            eq(c.query("SELECT CAST(name AS varchar), CAST(start_value AS int), CAST(increment AS int), "
+                       "CAST(minimum_value AS bigint), CAST(maximum_value AS bigint), is_cycling FROM SYS.SEQUENCES"),
+               [["invoice_numbers", "1", "5", "1", "2147483647", "1"],
+                ["order_numbers", "100300", "1", "100000", "99999999999", "0"]], "SYS.SEQUENCES")
+        with connect(s, database="qbhostile") as c:
+            eq(c.query("SELECT * FROM [dbo].[Customer] ORDER BY id"), [["1", "mixed case"], ["2", "second"]],
+               "Customer")
+            eq(c.query("SELECT * FROM [dbo].[CUSTOMER]"), [["ABC", "upper case"]], "CUSTOMER")
+            expect_error(lambda: c.query("SELECT * FROM customer"), 208)
+            eq(c.query("SELECT SC.name FROM sys.tables ST INNER JOIN sys.columns SC ON ST.object_id = "
+                       "SC.object_id WHERE ST.name='CUSTOMER'"), [["code"], ["note"]], "catalog compares exactly")
+            with c.cursor() as cur:
+                cur.primary_keys(None, "dbo", "customer")
+                eq(cur.fetchall(), [], "sp_pkeys takes no other case in a case-sensitive database")
+            with c.cursor() as cur:
+                cur.primary_keys(None, "dbo", "Customer")
+                eq([r[3] for r in cur.fetchall()], ["id"], "sp_pkeys")
+
+
+@check
+def catalog_procedures_take_names_not_patterns():
+    with connect() as c:
+        with c.cursor() as cur:
+            cur.primary_keys(None, "dbo", "t_paren_")
+            eq(cur.fetchall(), [], "sp_pkeys with '_'")
+        with c.cursor() as cur:
+            cur.statistics(None, "dbo", "t%")
+            eq([r for r in cur.fetchall() if r[5]], [], "sp_statistics with '%'")
+
+
 # -- bulk mode and cancelling ---------------------------------------------------------------
 BULK_ROWS = 200_000
 

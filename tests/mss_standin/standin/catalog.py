@@ -12,22 +12,41 @@ from .sqltypes import SqlType
 
 VIEWS = {}
 ALIASES = {"sys.sysdatabases": "sys.databases"}
+# The first major product version that has a view (9 = SQL Server 2005,
+# 11 = 2012); a view not listed here exists in every release.
+SINCE = {}
+# The system tables of SQL Server 2000, kept by later releases as compatibility
+# views: reachable by bare name, as dbo.<name> and (from 2005) as sys.<name>.
+COMPATIBILITY = ("sysdatabases", "sysobjects", "syscolumns", "systypes", "syscomments")
 
 
-def view(name, *columns):
+def view(name, *columns, since=None):
     """Registers a builder; columns are (name, type declaration) pairs."""
     cols = [Column(n, SqlType(t)) for n, t in columns]
 
     def register(fn):
         VIEWS[name] = (cols, fn)
+        if since is not None:
+            SINCE[name] = since
+        elif name.startswith("sys."):
+            SINCE[name] = 9  # the sys schema came with SQL Server 2005
         return fn
     return register
 
 
-def lookup(schema, name):
-    k = f"{schema}.{name}".lower()
-    k = ALIASES.get(k, k)
-    return k if k in VIEWS else None
+def lookup(schema, name, server=None):
+    """The key of the catalog view schema.name on this server, or None."""
+    s, n = schema.lower(), name.lower()
+    if n in COMPATIBILITY and s in ("dbo", "sys"):
+        if s == "sys" and server is not None and server.product_version[0] < 9:
+            return None
+        return "compat." + n if n != "sysdatabases" else "compat.sysdatabases"
+    k = ALIASES.get(f"{s}.{n}", f"{s}.{n}")
+    if k not in VIEWS:
+        return None
+    if server is not None and server.product_version[0] < SINCE.get(k, 0):
+        return None
+    return k
 
 
 def build(view_key, server, db, ctx):
@@ -127,6 +146,9 @@ def _objects(server, db, ctx):
             yield fk.name, fk.object_id, t.schema.schema_id, t.object_id, "F", "FOREIGN_KEY_CONSTRAINT", 0
     for v in db.views():
         yield v.name, v.object_id, v.schema.schema_id, 0, "V", "VIEW", 0
+    if server.product_version[0] >= 11:
+        for q in db.sequences():
+            yield q.name, q.object_id, q.schema.schema_id, 0, "SO", "SEQUENCE_OBJECT", 0
 
 
 @view("sys.views", ("name", "sysname"), ("object_id", "int"), ("schema_id", "int"), ("type", "char(2)"))
@@ -150,16 +172,22 @@ def _syscolumns(server, db, ctx):
         for c in t.columns:
             ty = c.type
             text = ty.name in ("char", "varchar", "text", "nchar", "nvarchar", "ntext")
-            fixed_precision = {"tinyint": 3, "smallint": 5, "int": 10, "bigint": 19, "bit": 1, "real": 24,
-                               "float": 53, "money": 19, "smallmoney": 10, "datetime": 23,
-                               "smalldatetime": 16, "date": 10}
-            precision = ty.precision if ty.precision is not None else fixed_precision.get(ty.name, 0)
-            if ty.name in ("time", "datetime2", "datetimeoffset"):
-                precision = {"time": 8, "datetime2": 19, "datetimeoffset": 26}[ty.name] + (ty.scale + 1 if ty.scale else 0)
-            scale = ty.scale if ty.scale is not None else (3 if ty.name == "datetime" else 0)
+            precision, scale = _precision_scale(ty)
             yield (t.object_id, c.name, c.column_id, TYPE_IDS[ty.name], _user_type_id(ty), ty.max_bytes(),
                    precision, scale, ty.collation if text else None, int(c.nullable), int(bool(c.identity)),
                    0, _default_id(t, c))
+
+
+def _precision_scale(ty):
+    """sys.columns' precision and scale of a type, as SQL Server reports them."""
+    fixed_precision = {"tinyint": 3, "smallint": 5, "int": 10, "bigint": 19, "bit": 1, "real": 24,
+                       "float": 53, "money": 19, "smallmoney": 10, "datetime": 23,
+                       "smalldatetime": 16, "date": 10}
+    precision = ty.precision if ty.precision is not None else fixed_precision.get(ty.name, 0)
+    if ty.name in ("time", "datetime2", "datetimeoffset"):
+        precision = {"time": 8, "datetime2": 19, "datetimeoffset": 26}[ty.name] + (ty.scale + 1 if ty.scale else 0)
+    scale = ty.scale if ty.scale is not None else (3 if ty.name == "datetime" else 0)
+    return precision, scale
 
 
 def _default_id(t, c):
@@ -240,12 +268,73 @@ def _fk_pairs(db):
     for t in _tables(db):
         for fk in t.foreign_keys:
             s = db.schema(fk.ref_schema)
-            ref = s.tables.get(key(fk.ref_table)) if s else None
+            ref = s.tables.get(db.name_key(fk.ref_table)) if s else None
             if ref is not None:
                 yield t, fk, ref
 
 
-@view("sys.sequences", ("name", "sysname"), ("object_id", "int"), ("start_value", "bigint"),
-      ("increment", "bigint"), ("minimum_value", "bigint"), ("maximum_value", "bigint"), ("is_cycling", "bit"))
+@view("sys.sequences", ("name", "sysname"), ("object_id", "int"), ("schema_id", "int"),
+      ("start_value", "bigint"), ("increment", "bigint"), ("minimum_value", "bigint"),
+      ("maximum_value", "bigint"), ("is_cycling", "bit"), ("current_value", "bigint"), since=11)
 def _sequences(server, db, ctx):
-    return []
+    for q in db.sequences():
+        yield (q.name, q.object_id, q.schema.schema_id, q.start, q.increment, q.minimum, q.maximum,
+               int(q.cycle), q.start)
+
+
+# -- the system tables of SQL Server 2000 -----------------------------------------------------
+@view("compat.sysdatabases", ("name", "sysname"), ("dbid", "smallint"), ("sid", "varbinary(85)"),
+      ("cmptlevel", "tinyint"))
+def _sysdatabases(server, db, ctx):
+    for d in sorted(server.databases.values(), key=lambda x: x.database_id):
+        yield d.name, d.database_id, None, 80
+
+
+@view("compat.sysobjects", ("name", "sysname"), ("id", "int"), ("xtype", "char(2)"), ("uid", "smallint"),
+      ("parent_obj", "int"), ("type", "char(2)"))
+def _sysobjects(server, db, ctx):
+    for t in _tables(db):
+        yield t.name, t.object_id, "U", t.schema.schema_id, 0, "U"
+        for ix in t.indexes:
+            if ix.kind != "index":
+                kind = "PK" if ix.kind == "primary" else "UQ"
+                yield ix.name, ix.object_id, kind, t.schema.schema_id, t.object_id, "K"
+        for fk in t.foreign_keys:
+            yield fk.name, fk.object_id, "F", t.schema.schema_id, t.object_id, "F"
+        for c in t.columns:
+            if c.default:
+                yield (c.default_name or f"DF_{t.name}_{c.name}", _default_id(t, c), "D", t.schema.schema_id,
+                       t.object_id, "D")
+    for v in db.views():
+        yield v.name, v.object_id, "V", v.schema.schema_id, 0, "V"
+
+
+@view("compat.syscolumns", ("name", "sysname"), ("id", "int"), ("colid", "smallint"), ("xtype", "tinyint"),
+      ("xusertype", "smallint"), ("length", "smallint"), ("xprec", "tinyint"), ("xscale", "tinyint"),
+      ("cdefault", "int"), ("isnullable", "int"), ("status", "tinyint"))
+def _syscolumns2000(server, db, ctx):
+    for t in _tables(db):
+        for c in t.columns:
+            precision, scale = _precision_scale(c.type)
+            # status: 0x08 allows NULL, 0x80 identity
+            status = (0x08 if c.nullable else 0) | (0x80 if c.identity else 0)
+            yield (c.name, t.object_id, c.column_id, TYPE_IDS[c.type.name], _user_type_id(c.type),
+                   c.type.max_bytes(), precision, scale, _default_id(t, c), int(c.nullable), status)
+
+
+@view("compat.systypes", ("name", "sysname"), ("xtype", "tinyint"), ("xusertype", "smallint"),
+      ("length", "smallint"), ("xprec", "tinyint"), ("xscale", "tinyint"))
+def _systypes(server, db, ctx):
+    for row in _types(server, db, ctx):
+        name, sid, uid, _schema, length, prec, scale, _udt = row
+        yield name, sid, uid, length, prec, scale
+
+
+@view("compat.syscomments", ("id", "int"), ("colid", "smallint"), ("text", "nvarchar(4000)"))
+def _syscomments(server, db, ctx):
+    for t in _tables(db):
+        for c in t.columns:
+            if c.default:
+                yield _default_id(t, c), 1, c.default
+    for v in db.views():
+        yield v.object_id, 1, v.definition

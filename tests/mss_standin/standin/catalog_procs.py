@@ -22,13 +22,21 @@ def _arg(args, name, position):
     return positional[position] if position < len(positional) else None
 
 
-def _like(pattern, value):
-    """SQL LIKE with % and _ (case-insensitive); None matches everything."""
+def _like(pattern, value, exact_case=False):
+    """SQL LIKE with % and _ (without regard to case unless exact_case); None matches everything."""
     import re
     if pattern is None or pattern == "%":
         return True
     rx = "".join(".*" if c == "%" else "." if c == "_" else re.escape(c) for c in pattern)
-    return re.fullmatch(rx, value, re.I | re.S) is not None
+    return re.fullmatch(rx, value, (0 if exact_case else re.I) | re.S) is not None
+
+
+def _same(name, value, exact_case=False):
+    """A name argument of sp_pkeys, sp_fkeys and sp_statistics: no patterns, compared by the
+    database's collation; None matches everything."""
+    if name is None:
+        return True
+    return name == value if exact_case else key(name) == key(value)
 
 
 def _db(d, ctx, qualifier):
@@ -56,7 +64,7 @@ def _tables(d, ctx, args):
             continue
         items = [(t.name, "TABLE") for t in s.tables.values()] + [(v.name, "VIEW") for v in s.views.values()]
         for n, kind in sorted(items, key=lambda x: (x[1], x[0].lower())):
-            if _like(name, n) and (wanted is None or kind in wanted):
+            if _like(name, n, db.case_sensitive) and (wanted is None or kind in wanted):
                 rows.append([db.name, s.name, n, kind, None])
     rows.sort(key=lambda r: (r[3], r[1].lower(), r[2].lower()))
     cols = _cols(("TABLE_QUALIFIER", "sysname"), ("TABLE_OWNER", "sysname"), ("TABLE_NAME", "sysname"),
@@ -102,12 +110,13 @@ def _precision(ty):
     return ty.length
 
 
-def _table_matches(db, owner, name):
+def _table_matches(db, owner, name, patterns=True):
+    match = _like if patterns else _same
     for s in sorted(db.schemas.values(), key=lambda x: x.name.lower()):
-        if not _like(owner, s.name):
+        if not match(owner, s.name):
             continue
         for t in sorted(s.tables.values(), key=lambda x: x.name.lower()):
-            if _like(name, t.name):
+            if match(name, t.name, db.case_sensitive):
                 yield s, t
 
 
@@ -150,7 +159,7 @@ def _pkeys(d, ctx, args):
     owner = _arg(args, "@table_owner", 1)
     db = _db(d, ctx, _arg(args, "@table_qualifier", 2))
     rows = []
-    for s, t in _table_matches(db, owner, name):
+    for s, t in _table_matches(db, owner, name, patterns=False):
         for ix in t.indexes:
             if ix.kind == "primary":
                 for seq, c in enumerate(ix.columns, 1):
@@ -170,12 +179,12 @@ def _fkeys(d, ctx, args):
     fk_name = _arg(args, "@fktable_name", 3)
     fk_owner = _arg(args, "@fktable_owner", 4)
     rows = []
-    for s, t in _table_matches(db, fk_owner, fk_name):
+    for s, t in _table_matches(db, fk_owner, fk_name, patterns=False):
         for fk in t.foreign_keys:
-            if not (_like(pk_name, fk.ref_table) and _like(pk_owner, fk.ref_schema)):
+            if not (_same(pk_name, fk.ref_table, db.case_sensitive) and _same(pk_owner, fk.ref_schema)):
                 continue
             ref_schema = db.schema(fk.ref_schema)
-            ref = ref_schema.tables.get(key(fk.ref_table)) if ref_schema else None
+            ref = ref_schema.tables.get(db.name_key(fk.ref_table)) if ref_schema else None
             pk = next((ix.name for ix in (ref.indexes if ref else [])
                        if ix.unique and [key(c) for c in ix.columns] == [key(c) for c in fk.ref_columns]), None)
             for seq, (fc, pc) in enumerate(zip(fk.columns, fk.ref_columns), 1):
@@ -197,7 +206,7 @@ def _statistics(d, ctx, args):
     index_name = _arg(args, "@index_name", 3)
     unique_only = str(_arg(args, "@is_unique", 4) or "N").upper() == "Y"
     rows = []
-    for s, t in _table_matches(db, owner, name):
+    for s, t in _table_matches(db, owner, name, patterns=False):
         rows.append([db.name, s.name, t.name, None, None, None, 0, None, None, None, len(t.rows), None, None])
         for ix in sorted(t.indexes, key=lambda x: (not x.unique, x.name.lower())):
             if (unique_only and not ix.unique) or not _like(index_name, ix.name):

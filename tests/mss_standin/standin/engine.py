@@ -79,8 +79,14 @@ class Engine:
                     self._load(t)
 
     # -- loading -------------------------------------------------------------------
+    @staticmethod
+    def table_key(t):
+        """The sqlite name of a fixture table or view (unique also where names differ only by case)."""
+        name = f"{t.schema.db.name}.{t.schema.name}.{t.name}".lower()
+        return name + f"#{t.object_id}" if t.schema.db.case_sensitive else name
+
     def _load(self, t):
-        name = f"{t.db.name}.{t.schema.name}.{t.name}".lower()
+        name = self.table_key(t)
         cols = []
         for c in t.columns:
             coll = " COLLATE NOCASE" if sqlite_type(c.type) == "TEXT" and "_ci" in c.type.collation.lower() \
@@ -99,7 +105,9 @@ class Engine:
         name = f"{db.name}.{view_key}".lower()
         if name not in self.known:
             columns, rows = catalog.build(view_key, self.server, db, self.ctx)
-            decl = ", ".join(f"{_q(c.name)} {sqlite_type(c.type)} COLLATE NOCASE" for c in columns)
+            # names in the catalog compare by the database's collation
+            collate = "" if db.case_sensitive else " COLLATE NOCASE"
+            decl = ", ".join(f"{_q(c.name)} {sqlite_type(c.type)}{collate}" for c in columns)
             self.db.execute(f"CREATE TABLE {_q(name)} ({decl})")
             if rows:
                 marks = ", ".join("?" * len(columns))
@@ -109,7 +117,7 @@ class Engine:
 
     def _view(self, view):
         db = view.schema.db
-        name = f"{db.name}.{view.schema.name}.{view.name}".lower()
+        name = self.table_key(view)
         if name not in self.known:
             toks = tokenize(view.definition)
             i = next((n for n, t in enumerate(toks) if t.is_word("AS")), None)
@@ -145,32 +153,42 @@ class Engine:
         db = self.server.database(dbname or self.ctx.database)
         if db is None:
             raise invalid_object(shown)
+        if dbname and self.server.is_azure and key(db.name) != key(self.ctx.database):
+            raise QueryError(40515, f"Reference to database and/or server name in '{shown}' is not "
+                                    "supported in this version of SQL Server.", 15, 1)
         if dbname and not self.ctx.user.may_open(db.name):
             raise QueryError(916, f'The server principal "{self.ctx.user.name}" is not able to access '
                                   f'the database "{db.name}" under the current security context.', 14, 2)
         candidates = [schema_name] if schema_name else [self.ctx.user.default_schema, "dbo"]
         for s in candidates:
-            view_key = catalog.lookup(s, name)
+            view_key = catalog.lookup(s, name, self.server)
             if view_key:
+                self._check_catalog(db, s, name)
                 return self._catalog(db, view_key)
             schema = db.schema(s)
             if schema is None:
                 continue
-            t = schema.tables.get(key(name))
+            t = schema.tables.get(db.name_key(name))
             if t is not None:
                 self._check_select(db, schema, t.name)
                 if t.generated:
                     return t
-                return self.known[f"{db.name}.{schema.name}.{t.name}".lower()]
-            v = schema.views.get(key(name))
+                return self.known[self.table_key(t)]
+            v = schema.views.get(db.name_key(name))
             if v is not None:
                 self._check_select(db, schema, v.name)
                 return self._view(v)
         if not schema_name:
-            view_key = catalog.lookup("sys", name)  # sysobjects, sysdatabases, ...
+            view_key = catalog.lookup("sys", name, self.server)  # sysobjects, sysdatabases, ...
             if view_key:
                 return self._catalog(db, view_key)
         raise invalid_object(shown)
+
+    def _check_catalog(self, db, schema_name, name):
+        """A catalog view can be denied like a table ("db.sys.identity_columns" in deny_select)."""
+        if f"{db.name}.{schema_name}.{name}".lower() in self.ctx.user.deny_select:
+            raise QueryError(229, f"The SELECT permission was denied on the object '{name}', "
+                                  f"database 'mssqlsystemresource', schema '{schema_name}'.", 14, 5)
 
     def _check_select(self, db, schema, name):
         if f"{db.name}.{schema.name}.{name}".lower() in self.ctx.user.deny_select:
@@ -273,7 +291,7 @@ class Engine:
                     out.append(self._global(w))
                     i += 1
                     continue
-                if w == "N" or w.startswith("@"):
+                if w.startswith("@"):
                     raise QueryError(137, f'Must declare the scalar variable "{t.value}".', 15, 2)
                 out.append(t.value if w not in ("ISNULL",) else "IFNULL")
                 i += 1
@@ -555,6 +573,42 @@ def _object_id(eng, name, _type=None):
     return t.object_id if t is not None else None
 
 
+def _user_name(eng, uid=None):
+    """USER_NAME(): the current user ("dbo" for sa); USER_NAME(id): the owner of that id. Owners are
+    the schemas here (on SQL Server 2000 an object's owner is a user of the same name)."""
+    if uid is None:
+        return eng.ctx.user.name if eng.ctx.user.name.lower() != "sa" else "dbo"
+    db = _current_db(eng)
+    return next((s.name for s in db.schemas.values() if s.schema_id == uid), None)
+
+
+def _identity_of(eng, name):
+    oid = _object_id(eng, name)
+    if oid is None:
+        return None, None
+    db = _current_db(eng)
+    t = next((t for t in db.tables() if t.object_id == oid), None)
+    return (t, t.identity_column()) if t is not None else (None, None)
+
+
+def _ident_current(eng, name):
+    t, c = _identity_of(eng, name)
+    if c is None:
+        return None
+    # a table whose identity has never been used answers its seed
+    return t.identity_last if t.identity_last is not None else c.identity[0]
+
+
+def _ident_incr(eng, name):
+    c = _identity_of(eng, name)[1]
+    return None if c is None else c.identity[1]
+
+
+def _ident_seed(eng, name):
+    c = _identity_of(eng, name)[1]
+    return None if c is None else c.identity[0]
+
+
 def _len(_eng, s):
     return None if s is None else len(str(s).rstrip(" "))
 
@@ -578,7 +632,8 @@ FUNCTIONS = [
     ("DB_NAME", _db_name, -1), ("DB_ID", _db_id, -1), ("SCHEMA_NAME", _schema_name, -1),
     ("SCHEMA_ID", _schema_id, -1), ("OBJECT_NAME", _object_name, -1),
     ("OBJECT_SCHEMA_NAME", _object_schema_name, -1), ("OBJECT_ID", _object_id, -1),
-    ("USER_NAME", lambda eng, *a: eng.ctx.user.name if eng.ctx.user.name.lower() != "sa" else "dbo", -1),
+    ("USER_NAME", _user_name, -1),
+    ("IDENT_CURRENT", _ident_current, 1), ("IDENT_INCR", _ident_incr, 1), ("IDENT_SEED", _ident_seed, 1),
     ("SUSER_SNAME", lambda eng, *a: eng.ctx.user.name, -1),
     ("SUSER_NAME", lambda eng, *a: eng.ctx.user.name, -1),
     ("LEN", _len, 1), ("DATALENGTH", _datalength, 1), ("ISNULL", lambda eng, a, b: b if a is None else a, 2),

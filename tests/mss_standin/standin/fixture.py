@@ -93,6 +93,29 @@ class ForeignKey:
         self.object_id = 0
 
 
+class Sequence:
+    def __init__(self, schema, d, where):
+        self.schema = schema
+        try:
+            self.name = d["name"]
+        except KeyError:
+            raise FixtureError(f"{where}: a sequence needs a name") from None
+        self.type = d.get("type", "bigint")
+        if self.type not in sqltypes.INT_RANGES and not self.type.startswith(("decimal", "numeric")):
+            raise FixtureError(f"{where}.{self.name}: sequence type {self.type} is not an integer type")
+        lo, hi, _ = sqltypes.INT_RANGES.get(self.type, (-(10 ** 18) + 1, 10 ** 18 - 1, 0))
+        self.increment = int(d.get("increment", 1))
+        if self.increment == 0:
+            raise FixtureError(f"{where}.{self.name}: a sequence increment cannot be 0")
+        self.minimum = int(d.get("minimum", lo))
+        self.maximum = int(d.get("maximum", hi))
+        self.start = int(d.get("start", self.minimum if self.increment > 0 else self.maximum))
+        if not (lo <= self.minimum <= self.start <= self.maximum <= hi):
+            raise FixtureError(f"{where}.{self.name}: start, minimum and maximum do not fit {self.type}")
+        self.cycle = bool(d.get("cycle", False))
+        self.object_id = 0
+
+
 class Table:
     def __init__(self, db, schema, d, where):
         self.db, self.schema, self.name = db, schema, d["name"]
@@ -128,7 +151,8 @@ class Table:
             idc = self.identity_column()
             if idc is not None:
                 vals = [r[idc.column_id - 1] for r in self.rows if r[idc.column_id - 1] is not None]
-                self.identity_last = max(vals) if vals else None
+                # decimal identities are held as text: compare them as numbers
+                self.identity_last = int(max(vals, key=sqltypes.D)) if vals else None
 
     def identity_column(self):
         return next((c for c in self.columns if c.identity), None)
@@ -175,7 +199,7 @@ class View:
 class Schema:
     def __init__(self, db, name, owner="dbo"):
         self.db, self.name, self.owner = db, name, owner
-        self.tables, self.views = {}, {}
+        self.tables, self.views, self.sequences = {}, {}, {}
         self.schema_id = 0
 
 
@@ -184,6 +208,15 @@ class Database:
         self.name, self.collation = name, collation
         self.schemas = {}
         self.database_id = 0
+
+    @property
+    def case_sensitive(self):
+        """Object names compare by the database's collation: exactly in a _CS_ one."""
+        return "_CS" in self.collation.upper()
+
+    def name_key(self, name):
+        """The key of a table, view or sequence name in this database."""
+        return name if self.case_sensitive else key(name)
 
     def schema(self, name, create=False):
         s = self.schemas.get(key(name))
@@ -196,6 +229,9 @@ class Database:
 
     def views(self):
         return [v for s in self.schemas.values() for v in s.views.values()]
+
+    def sequences(self):
+        return [q for s in self.schemas.values() for q in s.sequences.values()]
 
 
 class Server:
@@ -280,7 +316,7 @@ class Server:
                 schema.schema_id = 4 + len(db.schemas)
             schema.owner = s.get("owner", schema.owner)
             for t in s.get("tables", []):
-                if key(t.get("name", "")) in schema.tables:
+                if db.name_key(t.get("name", "")) in schema.tables:
                     raise FixtureError(f"{where}: table {s['name']}.{t['name']} defined twice")
                 table = Table(db, schema, t, f"{where}.{s['name']}")
                 table.object_id = next(self.ids)
@@ -288,11 +324,19 @@ class Server:
                     ix.object_id = next(self.ids) if ix.kind != "index" else 0
                 for fk in table.foreign_keys:
                     fk.object_id = next(self.ids)
-                schema.tables[key(table.name)] = table
+                schema.tables[db.name_key(table.name)] = table
             for v in s.get("views", []):
                 view = View(schema, v, f"{where}.{s['name']}")
                 view.object_id = next(self.ids)
-                schema.views[key(view.name)] = view
+                if db.name_key(view.name) in schema.views or db.name_key(view.name) in schema.tables:
+                    raise FixtureError(f"{where}: object {s['name']}.{view.name} defined twice")
+                schema.views[db.name_key(view.name)] = view
+            for q in s.get("sequences", []):
+                seq = Sequence(schema, q, f"{where}.{s['name']}")
+                if db.name_key(seq.name) in schema.sequences:
+                    raise FixtureError(f"{where}: sequence {s['name']}.{seq.name} defined twice")
+                seq.object_id = next(self.ids)
+                schema.sequences[db.name_key(seq.name)] = seq
         for table in db.tables():
             self._check_keys(table)
 
