@@ -1,11 +1,14 @@
-// quillbridge-cli-memory: quillbridge-cli over an in-memory SQL Server source,
-// for the tests of the command line that need rows to convert.
+// quillbridge-cli-memory: quillbridge-cli over an in-memory SQL Server source
+// whose tables fail on purpose, for the tests of the command line that need a
+// failure that no real source gives on demand.
 //
 // Everything but the source is the shipped program: the same cli_main, front
 // end, shell, report, signals, per-user settings, profile loading, driver,
 // log and destinations (a dump file is written by the real dump target). The
 // source engine is replaced by an in-memory one, and connecting to it needs
-// no server. This program is built with the tests only and never installed.
+// no server. This program is built with the tests only and never installed;
+// runs from a real source are tested with the shipped program and the SQL
+// Server stand-in.
 //
 // The source server holds one database, "sales":
 //   [dbo].[people]     3 rows (id, name)
@@ -14,14 +17,11 @@
 //                      as a lost connection does
 //   [dbo].[shaky]      10 rows made as they are read; reading row 4 fails
 //                      with a continuable error (level 0)
-//   [dbo].[bulk_rows]  1,000,000,000 rows made as they are read (for
-//                      interrupting a run in the middle of a table)
 //   [dbo].[stuck]      reading its second row never returns (a source that
 //                      hangs: the run cannot stop between two records)
 //   [dbo].[misuse]     reading its first row is an internal error
 //   [dbo].[foreign]    reading its second row fails with an exception from
 //                      outside the program's family (std::runtime_error)
-//   the view [dbo].[v_people] over [dbo].[people]
 #include <chrono>
 #include <memory>
 #include <stdexcept>
@@ -104,7 +104,6 @@ class sample_database : public memory_database {
   std::unique_ptr<udb_recordset> get_table(const std::wstring& name, std::uint32_t flags) override {
     if (name == L"[dbo].[flaky]") return make(name, 100, row_fault::lost_connection, 51);
     if (name == L"[dbo].[shaky]") return make(name, 10, row_fault::continuable, 4);
-    if (name == L"[dbo].[bulk_rows]") return make(name, 1'000'000'000);
     if (name == L"[dbo].[stuck]") return make(name, 10, row_fault::hangs, 2);
     if (name == L"[dbo].[misuse]") return make(name, 10, row_fault::misuse, 1);
     if (name == L"[dbo].[foreign]") return make(name, 10, row_fault::foreign, 2);
@@ -135,7 +134,6 @@ class sample_source : public mss_source_engine {
   sample_source() {
     add_rows(sales_, L"[dbo].[people]", 3);
     add_rows(sales_, L"[dbo].[orders]", 250);
-    sales_.views.emplace_back(L"[dbo].[v_people]", L"SELECT id, name FROM dbo.people");
   }
   std::unique_ptr<udb_database> open_db(const std::wstring& name, std::uint32_t mode,
                                         const std::wstring& /*schema*/) override {
