@@ -68,11 +68,15 @@ std::uint32_t app_dest_open_mode(std::uint32_t mode) {
 
 quillbridge_convertor::quillbridge_convertor() {
   LOG(1, "quillbridge_convertor::ctor");
+  // Before the per-user settings: the engine takes its table engine from the
+  // tree's properties here, and the settings then put the user's in place.
+  mysql_engine().set_properties(this);
   serialize(false);
 }
 
 quillbridge_convertor::~quillbridge_convertor() {
   LOG(1, "quillbridge_convertor::dtor");
+  mysql_engine().set_properties(nullptr);
   try {
     serialize(true);
   } catch (const std::exception& e) {
@@ -166,8 +170,8 @@ std::uint8_t quillbridge_convertor::fast_mode() const { return mysql_engine().fa
 
 void quillbridge_convertor::set_fast_mode(std::uint8_t value) { mysql_engine().set_fast_mode(value != 0); }
 
-udb_table_mutator* quillbridge_convertor::find_table_mutator(const std::wstring& source_name) {
-  return mutators_ == nullptr ? nullptr : mutators_->get_table_mutator3(source_name);
+sql_table_mutator* quillbridge_convertor::find_table_mutator(const std::wstring& source_name) {
+  return get_table_mutator3(source_name);
 }
 
 // --- profile ------------------------------------------------------------------------
@@ -177,7 +181,7 @@ bool quillbridge_convertor::load_profile(const udb_profile& profile) {
   udb_converter::load_profile(profile);
   mysql_converter_impl::load_profile(profile);
   mssql_converter_impl::load_profile(profile);
-  load_mutators(profile);
+  sql_db_mutator::load(profile);
   std::uint8_t view_owned = is_view_owned;
   profile.get_flag_one_true(udb_profile_generic_settings, L"view owned", view_owned);
   set_view_owned(view_owned != 0);
@@ -200,26 +204,9 @@ bool quillbridge_convertor::store_profile(udb_profile& profile, const std::strin
   profile.set_value(udb_profile_generic_settings, L"character set", mysql_engine().charset());
   profile.set_value(udb_profile_generic_settings, L"storage engine", mysql_engine().storage_engine());
   store_selected_tables(profile);
-  store_mutators(profile);
+  sql_db_mutator::serialize(profile);
   return profile.store(path);
 }
-
-// The call point of the tree of the user's changes, which reads the section
-// "Type Mappings" (udb_db_mutator::load). Until that tree is part of the
-// program, a profile that holds changes cannot be carried out as saved, and
-// says so instead of converting without them.
-void quillbridge_convertor::load_mutators(const udb_profile& profile) {
-  LOG(1, "udb_db_mutator::load");
-  if (profile.get_lines(udb_profile_type_mappings).empty()) return;
-  throw tk_exception(
-      "The profile holds type mappings (section \"Type Mappings\"), which this version of the program cannot "
-      "apply yet.",
-      1);
-}
-
-// The call point of the tree's serialize, which writes "Type Mappings".
-// There are no changes to write until the tree is part of the program.
-void quillbridge_convertor::store_mutators(udb_profile& /*profile*/) const {}
 
 void quillbridge_convertor::load_table_names() {
   for (auto& [name, text] : queries) {

@@ -3,21 +3,24 @@
 //
 // It combines the database converter (scenario, selection lists, progress,
 // reports), the SQL Server half, the MySQL half, the per-user settings store,
-// and the services the conversion driver asks for. The wizard pages read and
+// the tree of the user's changes to tables (sql_db_mutator), and the services
+// the conversion driver asks for. The wizard pages read and
 // write its fields; the profile loads and stores them in one go; operator()
 // runs one conversion (app/driver.h) on the worker thread.
 //
 // Construction runs the bases in order (logging "udb_converter::ctor"), logs
 // "quillbridge_convertor::ctor", registers the singleton and loads the
-// per-user settings. Destruction logs "quillbridge_convertor::dtor", saves
-// the per-user settings, clears the singleton and takes the parts down in
-// reverse order.
+// per-user settings. The tree of changes is handed to the MySQL engine
+// (set_properties), whose table definitions read the character set of a
+// changed column from it. Destruction logs "quillbridge_convertor::dtor",
+// takes the tree back from the engine, saves the per-user settings, clears
+// the singleton and takes the parts down in reverse order.
 //
 // Ownership: the entry routine owns the converter (a local); the converter
-// owns the MySQL engine, the settings and the reports. The SQL Server engine,
-// the destination's database maker and the tree of the user's changes are
-// plugged in by their owners (set_source_engine, set_target, set_mutators) and must
-// outlive their use.
+// owns the MySQL engine, the settings, the reports and the tree of the user's
+// changes, which lives as long as it does and is not reset by a run. The SQL
+// Server engine and the destination's database maker are plugged in by their
+// owners (set_source_engine, set_target) and must outlive their use.
 // Thread-safety: the wizard thread until a run starts; the worker during it
 // (see udb/converter.h for the fields the wizard reads meanwhile).
 #pragma once
@@ -30,11 +33,11 @@
 #include "app/driver.h"
 #include "app/mssql_converter.h"
 #include "app/mysql_converter.h"
+#include "sql/mutator.h"
 #include "tk/settings.h"
 #include "tk/singleton.h"
 #include "udb/converter.h"
 #include "udb/database.h"
-#include "udb/mutator.h"
 #include "udb/schema.h"
 
 namespace qb {
@@ -59,6 +62,7 @@ class quillbridge_convertor : public udb_converter,
                               public mssql_converter_impl,
                               public mysql_converter_impl,
                               public tk_serializer,
+                              public sql_db_mutator,
                               public conversion_services,
                               public tk_singleton<quillbridge_convertor> {
  public:
@@ -100,13 +104,15 @@ class quillbridge_convertor : public udb_converter,
   void get_all_views(udb_view_list& out);
 
   // Loads a profile in the order: the database converter, the MySQL half,
-  // the SQL Server half, the user's changes, then "view owned", "direct
+  // the SQL Server half, the user's changes (section "Type Mappings", added
+  // to the tree), then "view owned", "direct
   // mode", "character set" and "storage engine", then the table names of
   // "Selected Tables" are turned into the bracketed form ("%s->%s"). Returns
   // true; a failure throws.
   bool load_profile(const udb_profile& profile);
   // Fills the profile in the same order, writes "Selected Tables" with the
-  // tables in the composed form ("owner.name"), the user's changes, and
+  // tables in the composed form ("owner.name"), the tree of the user's
+  // changes (section "Type Mappings"), and
   // stores the file at path (mode 0600). Returns true; a failure throws.
   bool store_profile(udb_profile& profile, const std::string& path);
 
@@ -119,10 +125,6 @@ class quillbridge_convertor : public udb_converter,
   [[nodiscard]] const sql_engine& mysql_engine() const { return mysql_converter_impl::engine; }
   mss_engine& mssql_engine() { return mssql_converter_impl::engine; }
 
-  // The user's changes to tables, or null for none.
-  void set_mutators(udb_table_mutators* mutators) { mutators_ = mutators; }
-  [[nodiscard]] udb_table_mutators* mutators() const { return mutators_; }
-
   // --- conversion_services ---------------------------------------------------------
   std::unique_ptr<udb_database> open_source(const std::wstring& name, std::uint32_t mode,
                                             const std::wstring& schema) override;
@@ -132,19 +134,15 @@ class quillbridge_convertor : public udb_converter,
   void set_max_allowed_packet(std::uint32_t bytes) override;
   [[nodiscard]] std::uint8_t fast_mode() const override;
   void set_fast_mode(std::uint8_t value) override;
-  udb_table_mutator* find_table_mutator(const std::wstring& source_name) override;
+  sql_table_mutator* find_table_mutator(const std::wstring& source_name) override;
   [[nodiscard]] std::wstring source_schema() const override { return mss_schema; }
 
   // 1: the destination is a MySQL server; 0: a dump file.
   std::uint8_t direct = 1;
 
  private:
-  void load_mutators(const udb_profile& profile);
-  void store_mutators(udb_profile& profile) const;
   void load_table_names();
   void store_selected_tables(udb_profile& profile) const;
-
-  udb_table_mutators* mutators_ = nullptr;
 };
 
 // The open mode of the destination database in a scenario.

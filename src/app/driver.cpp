@@ -264,7 +264,7 @@ entry_end conversion_run::convert_entry(const udb_named_text& entry, udb_table_r
 std::wstring conversion_run::settle_name(const std::wstring& source_name, udb_recordset& source) {
   LOG(2, "udb_db_mutator::modify1(%s)", source_name);
   std::wstring name = source_name;
-  if (udb_table_mutator* mutator = s_.find_table_mutator(source_name)) {
+  if (sql_table_mutator* mutator = s_.find_table_mutator(source_name)) {
     mutator->modify3(source.indexes());
     std::wstring new_name;
     mutator->modify1(new_name, source.schema());
@@ -313,7 +313,7 @@ entry_end conversion_run::copy_rows(udb_recordset& source, udb_recordset& destin
       LOG(3, "Record #%I64u of '%s' could not be read", c_.n_done_records.load() + 1, name);
     } else {
       ++report.read;
-      udb_table_mutator* mutator = s_.find_table_mutator(name);
+      sql_table_mutator* mutator = s_.find_table_mutator(name);
       if (mutator != nullptr && mutator->has_field_mutators()) {
         record = mutator->modify2(*record);
       } else {

@@ -40,9 +40,9 @@
 #include <memory>
 #include <string>
 
+#include "sql/mutator.h"
 #include "udb/converter.h"
 #include "udb/database.h"
-#include "udb/mutator.h"
 #include "udb/validator.h"
 
 namespace qb {
@@ -79,7 +79,7 @@ class conversion_services {
   [[nodiscard]] virtual std::uint8_t fast_mode() const = 0;
   virtual void set_fast_mode(std::uint8_t value) = 0;
   // The user's changes to the source table of exactly that name, or null.
-  virtual udb_table_mutator* find_table_mutator(const std::wstring& source_name) = 0;
+  virtual sql_table_mutator* find_table_mutator(const std::wstring& source_name) = 0;
   // The source schema filter; empty: all schemas, names keep their owner.
   [[nodiscard]] virtual std::wstring source_schema() const = 0;
   // Whether the destination takes views.

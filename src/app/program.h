@@ -49,8 +49,8 @@ class program_front_end {
   // the front end has told the user why.
   virtual bool initialize_ui() = 0;
   // Called once the converter exists, before a profile is loaded into it: the
-  // place to plug in engines (set_source_engine, set_target) and the tree of the
-  // user's changes (set_mutators). Nothing by default.
+  // place to plug in engines (set_source_engine, set_target). Nothing by
+  // default.
   virtual void converter_created(quillbridge_convertor& converter);
   // Makes the shell (with its pages), after the converter. The front end
   // owns it; the program asks for its end with destroy_shell, before the

@@ -1,6 +1,6 @@
 // Helpers of the tests of the app layer: the user's folders in a scratch
 // directory, the driver's services over in-memory databases that watch what
-// the driver does to them, a small tree of table changes, and the SQL Server
+// the driver does to them, a table mutator that shows its rows, and the SQL Server
 // and MySQL engines of the converter over in-memory stores.
 #pragma once
 
@@ -18,6 +18,7 @@
 #include "app/driver.h"
 #include "app/tn_validator.h"
 #include "sql/exception.h"
+#include "sql/mutator.h"
 #include "tk/error_handler.h"
 #include "tk/error_tables.h"
 #include "tk/headless_shell.h"
@@ -242,49 +243,24 @@ class watched_dest : public memory_database {
   const batching& rule_;
 };
 
-// One table's changes: a new table name, renamed columns.
-class test_table_mutator : public udb_table_mutator {
- public:
-  std::wstring new_name;
-  std::map<std::wstring, std::wstring> renames;   // source column -> target column
-  std::function<void(const udb_record&)> on_row;  // sees each row that modify2 changes
+// A type record of the MySQL target.
+inline sql_native_type native(const std::wstring& name, std::uint64_t size = 0) {
+  sql_native_type type;
+  type.name = name;
+  type.size = size;
+  return type;
+}
 
-  void modify1(std::wstring& name, udb_schema& schema) override {
-    for (t_ftd& column : schema) {
-      const auto it = renames.find(column.name);
-      if (it != renames.end()) column.name = it->second;
-    }
-    name = new_name;
-  }
+// A table mutator of the real tree that also shows a test each row it is
+// given to change.
+class watching_table_mutator : public sql_table_mutator {
+ public:
+  using sql_table_mutator::sql_table_mutator;
+  std::function<void(const udb_record&)> on_row;
+
   udb_record* modify2(udb_record& record) override {
     if (on_row) on_row(record);
-    copy_ = record;
-    for (udb_field& field : copy_) {
-      const auto it = renames.find(field.name);
-      if (it != renames.end()) field.name = it->second;
-    }
-    return &copy_;
-  }
-  void modify3(udb_indexes& indexes) override {
-    for (udb_index& index : indexes) {
-      for (std::wstring& field : index.fields) {
-        const auto it = renames.find(field);
-        if (it != renames.end()) field = it->second;
-      }
-    }
-  }
-  [[nodiscard]] bool has_field_mutators() const override { return !renames.empty() || on_row != nullptr; }
-
- private:
-  udb_record copy_;
-};
-
-class test_mutators : public udb_table_mutators {
- public:
-  std::map<std::wstring, test_table_mutator> tables;
-  udb_table_mutator* get_table_mutator3(const std::wstring& name) override {
-    const auto it = tables.find(name);
-    return it == tables.end() ? nullptr : &it->second;
+    return sql_table_mutator::modify2(record);
   }
 };
 
@@ -298,7 +274,9 @@ class memory_services : public conversion_services {
   bool direct = true;
   bool views_possible = true;
   std::wstring schema;
-  test_mutators* mutators = nullptr;
+  sql_db_mutator* mutators = nullptr;
+  // Table mutators looked up before the tree, by source name.
+  std::map<std::wstring, sql_table_mutator*> watched_mutators;
   bool source_fails = false;
   batching batch;
 
@@ -328,7 +306,8 @@ class memory_services : public conversion_services {
     fast = value;
     fast_mode_sets.push_back(value);
   }
-  udb_table_mutator* find_table_mutator(const std::wstring& name) override {
+  sql_table_mutator* find_table_mutator(const std::wstring& name) override {
+    if (const auto it = watched_mutators.find(name); it != watched_mutators.end()) return it->second;
     return mutators == nullptr ? nullptr : mutators->get_table_mutator3(name);
   }
   [[nodiscard]] std::wstring source_schema() const override { return schema; }

@@ -355,9 +355,9 @@ TEST_F(Driver, SynchronizeUpdatesWithTheRawSourceRecord) {
   services.dest.add_table(L"[dbo].[people]", std::move(target), std::move(key));
   services.dest.add_row(L"[dbo].[people]", {ole_variant(1), ole_variant(std::wstring(L"old"))});
   refuse_duplicates();
-  test_mutators mutators;
-  mutators.tables[L"[dbo].[people]"].new_name = L"[dbo].[people]";
-  mutators.tables[L"[dbo].[people]"].renames = {{L"name", L"title"}};
+  sql_db_mutator mutators;
+  mutators.get_table_mutator2(L"[dbo].[people]", L"[dbo].[people]")
+      ->update_field(L"name", L"title", native(L"VARCHAR", 50));
   services.mutators = &mutators;
   converter.selected_tables = {L"[dbo].[people]"};
   converter.mode = udb_mode_synchronize;
@@ -662,14 +662,13 @@ TEST_F(Driver, CancelSendsTheRowsHeldBack) {
   services.batch.size = 10;
   add_people(services.source, L"[dbo].[a]", 5);
   converter.selected_tables = {L"[dbo].[a]"};
-  test_mutators mutators;
-  test_table_mutator& watcher = mutators.tables[L"[dbo].[a]"];
-  watcher.new_name = L"[dbo].[a]";
+  watching_table_mutator watcher(L"[dbo].[a]");
+  watcher.update_field(L"name", L"name", native(L"VARCHAR", 50));
   int rows_seen = 0;
   watcher.on_row = [&](const udb_record&) {
     if (++rows_seen == 2) converter.set_cancel(1);
   };
-  services.mutators = &mutators;
+  services.watched_mutators[L"[dbo].[a]"] = &watcher;
 
   run();
 
@@ -716,8 +715,8 @@ TEST_F(Driver, WithoutSchemaFilterTheFullNameIsTheTargetName) {
 
 TEST_F(Driver, NameDifferingOnlyInLetterCaseIsMapped) {
   add_people(services.source, L"orders", 1);
-  test_mutators mutators;
-  mutators.tables[L"orders"].new_name = L"ORDERS";
+  sql_db_mutator mutators;
+  mutators.get_table_mutator2(L"orders", L"ORDERS");
   services.mutators = &mutators;
   converter.selected_tables = {L"orders"};
 
@@ -730,9 +729,8 @@ TEST_F(Driver, NameDifferingOnlyInLetterCaseIsMapped) {
 
 TEST_F(Driver, CustomisationsReachTableIndexesAndRows) {
   add_people(services.source, L"[dbo].[people]", 2);
-  test_mutators mutators;
-  mutators.tables[L"[dbo].[people]"].new_name = L"persons";
-  mutators.tables[L"[dbo].[people]"].renames = {{L"id", L"person_id"}};
+  sql_db_mutator mutators;
+  mutators.get_table_mutator2(L"[dbo].[people]", L"persons")->update_field(L"id", L"person_id", native(L"INT"));
   services.mutators = &mutators;
   converter.selected_tables = {L"[dbo].[people]"};
 

@@ -211,20 +211,16 @@ TEST_F(Profile, MissingSectionLeavesItsList) {
 
 TEST_F(Profile, WithoutTypeMappingsLoadsWithNoCustomisation) {
   load("[Generic settings]\nsrc=x\n");
-  EXPECT_EQ(converter.mutators(), nullptr);
+  EXPECT_TRUE(converter.tables_by_old().empty());
+  // An empty tree is written as its two opening lines.
+  EXPECT_NE(store().find("[Type Mappings]\ndatabase:\ntables:\n\n"), std::string::npos);
 }
 
-TEST_F(Profile, TypeMappingsThatCannotBeAppliedFailTheLoad) {
-  write_file(dir.file("p.qbr"), "[Type Mappings]\ndatabase:\ntables:\n  - name: dbo.orders\n    new_name: o\n");
-  udb_profile profile;
-  ASSERT_TRUE(profile.load(dir.file("p.qbr")));
-  try {
-    converter.load_profile(profile);
-    FAIL() << "the changes were dropped silently";
-  } catch (const tk_exception& e) {
-    EXPECT_NE(std::string(e.what()).find("Type Mappings"), std::string::npos);
-    EXPECT_EQ(e.level(), 1);
-  }
+TEST_F(Profile, TypeMappingsReachTheTreeOfChanges) {
+  load("[Type Mappings]\ndatabase:\ntables:\n  - name: [dbo].[orders]\n    new_name: o\n");
+  ASSERT_NE(converter.get_table_mutator3(L"[dbo].[orders]"), nullptr);
+  EXPECT_EQ(converter.get_table_mutator3(L"[dbo].[orders]")->new_name(), L"o");
+  EXPECT_EQ(converter.find_table_mutator(L"[dbo].[orders]"), converter.get_table_mutator3(L"[dbo].[orders]"));
 }
 
 TEST_F(Profile, LogFileNamedInTheProfileTakesTheLog) {
@@ -264,7 +260,7 @@ TEST_F(Profile, StoresEveryKeyInItsSection) {
             std::string::npos)
       << text;
   EXPECT_NE(text.find("[Selected Views]\nv_orders=select id from orders\n\n"), std::string::npos) << text;
-  EXPECT_EQ(text.find("[Type Mappings]"), std::string::npos);
+  EXPECT_NE(text.find("[Type Mappings]\ndatabase:\ntables:\n\n"), std::string::npos) << text;
   EXPECT_TRUE(capture.has_line("tab_name=orders, owner=dbo"));
 
   struct stat info {};
@@ -274,9 +270,10 @@ TEST_F(Profile, StoresEveryKeyInItsSection) {
 
 TEST_F(Profile, StoresInTheOrderOfItsParts) {
   static_cast<void>(store());
-  EXPECT_TRUE(lines_in_order(capture.text(), {"quillbridge_convertor::store_profile", "udb_converter::store_profile",
-                                              "mysql_converter_impl::store_profile",
-                                              "mssql_converter_impl::store_profile", "udb_profile::store)"}));
+  EXPECT_TRUE(lines_in_order(
+      capture.text(),
+      {"quillbridge_convertor::store_profile", "udb_converter::store_profile", "mysql_converter_impl::store_profile",
+       "mssql_converter_impl::store_profile", "database:", "udb_profile::store)"}));
 }
 
 TEST_F(Profile, EmptySqlServerSettingsAreNotWritten) {
