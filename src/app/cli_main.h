@@ -3,7 +3,8 @@
 //
 // Exit status: 0 the conversion finished without errors; 1 it finished with
 // errors; 2 it could not start (a wrong command line, a profile that is
-// missing or unreadable, a connection refused, an unusable destination);
+// missing or unreadable, a connection refused, an unusable destination, a
+// source or destination database that cannot be opened);
 // 130 interrupted; 255 an internal error (the error handler ends the process
 // with -1). --help and --version exit with 0.
 //

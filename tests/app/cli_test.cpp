@@ -429,6 +429,37 @@ TEST_F(CliProgram, CleanDumpRunExitsWithZeroAndReports) {
   EXPECT_NE(settings().find("src=wtext:qbmini"), std::string::npos) << settings();
 }
 
+TEST_F(CliProgram, TypeMappingsOfTheProfileAreApplied) {
+  const auto server = standin();
+  const std::string path = run_profile(*server, {"dbo.items"});
+  write_file(path, read_file(path) +
+                       "[Type Mappings]\n"
+                       "database:\n"
+                       "tables:\n"
+                       "  - name: [dbo].[items]\n"
+                       "    new_name: goods\n"
+                       "    fields:\n"
+                       "      - name:label\n"
+                       "        new_name: title\n"
+                       "        status: changed\n"
+                       "        type: VARCHAR\n"
+                       "        default_value: \n"
+                       "        character_set: \n"
+                       "        length: 60\n"
+                       "        scale: 0\n"
+                       "        precision: 0\n");
+  const cli_result r = cli_run(launch(k_program, {path}));
+  EXPECT_EQ(r.status, 0) << r.out << r.err;
+  EXPECT_TRUE(
+      has_line(r.out, "Table '[dbo].[items]': 2 read, 2 written, 0 not written (duplicate keys or errors), 0 warnings"))
+      << r.out;
+  const std::string sql = read_file(dump());
+  EXPECT_NE(sql.find("CREATE TABLE `goods`"), std::string::npos) << sql;
+  EXPECT_NE(sql.find("`title` VARCHAR(60)"), std::string::npos) << sql;
+  EXPECT_NE(sql.find("INSERT IGNORE INTO `goods`(`id`, `title`) VALUES(1, 'one'), (2, 'two');"), std::string::npos)
+      << sql;
+}
+
 TEST_F(CliProgram, RunWithNothingSelectedSucceeds) {
   const auto server = standin();
   const cli_result r = cli_run(launch(k_program, {run_profile(*server, {})}));
