@@ -16,6 +16,8 @@ namespace qb {
 
 program_front_end::~program_front_end() = default;
 
+std::string program_front_end::log_file_path() { return app_log_file_path(); }
+
 void program_front_end::converter_created(quillbridge_convertor& /*converter*/) {}
 
 std::string app_log_file_path() {
@@ -74,7 +76,7 @@ int program_main(program_front_end& front_end, const std::string& command_line) 
   std::optional<tk_logger> logger;
   std::optional<error_handler> handler;
   try {
-    logger.emplace(app_log_file_path(), true, 1, false);
+    logger.emplace(front_end.log_file_path(), true, 1, false);
     handler.emplace(tk_source_errors);
     handler->load_err_map(tk_destination_errors);
   } catch (...) {

@@ -2,8 +2,8 @@
 // quick launch from a profile, and the last guard of the main thread.
 //
 // program_main builds, as locals and in this order: the log (the file
-// "Quillbridge.log" in the user's documents folder, every level, no time
-// stamps), the error handler with the messages of the SQL Server side and
+// "Quillbridge.log" in the user's documents folder unless the front end names
+// another, every level, no time stamps), the error handler with the messages of the SQL Server side and
 // then those of the MySQL side, the user interface (the front end's
 // initialize_ui, after the log line "gui_initialize"), the converter (which
 // loads the per-user settings). A non-empty command line is the path of a
@@ -42,6 +42,9 @@ class program_front_end {
   program_front_end(const program_front_end&) = delete;
   program_front_end& operator=(const program_front_end&) = delete;
 
+  // The file the log is opened on at the start (emptied, as every run's log
+  // is): app_log_file_path() unless the front end names another.
+  virtual std::string log_file_path();
   // Initialises the user-interface library. False ends the program with -1;
   // the front end has told the user why.
   virtual bool initialize_ui() = 0;

@@ -54,6 +54,10 @@ class tk_converter : public tk_thread_functor {
   std::string log_file;  // the log file chosen by the user
 };
 
+// The checks of set_logfile on a log file name, with its messages: throws
+// tk_exception (level 1) when the name cannot be used as a log file.
+void tk_check_log_file(const std::string& name);
+
 // The thread that runs a converter: the converter is the functor, and the
 // thread does not own it.
 class tk_converter_thread : public tk_thread {
