@@ -386,13 +386,34 @@ class private_server {
   mariadb_server server_;
 };
 
+// The product's converter with one table's rows watched.
+class watched_convertor : public quillbridge_convertor {
+ public:
+  watched_convertor(std::wstring table, sql_table_mutator& watcher) : table_(std::move(table)), watcher_(watcher) {}
+
+  sql_table_mutator* find_table_mutator(const std::wstring& source_name) override {
+    return source_name == table_ ? &watcher_ : quillbridge_convertor::find_table_mutator(source_name);
+  }
+
+ private:
+  std::wstring table_;
+  sql_table_mutator& watcher_;
+};
+
 TEST(ServerRunKilled, ServerKilledInTheMiddleOfATableEndsTheRunWithAClearError) {
   private_server dead;
   user_folders folders;
   log_capture capture;
   handler_and_shell ui;
   memory_source_engine source;
-  quillbridge_convertor converter;
+  // The server dies while the rows of "big" flow, at row 15000.
+  watching_table_mutator killer(L"big");
+  killer.update_field(L"name", L"name", native(L"VARCHAR", 200));
+  int seen = 0;
+  killer.on_row = [&](const udb_record&) {
+    if (++seen == 15000) dead.kill_now();
+  };
+  watched_convertor converter(L"big", killer);
   converter.set_source_engine(source);
   converter.src = L"sales";
   converter.dest = L"doomed";
@@ -408,14 +429,6 @@ TEST(ServerRunKilled, ServerKilledInTheMiddleOfATableEndsTheRunWithAClearError) 
   store.add_table(L"big", schema);
   for (int i = 1; i <= 30000; ++i) store.add_row(L"big", {ole_variant(i), ole_variant(std::wstring(100, L'k'))});
   add_people(store, L"after", 2);
-  // The server dies while the rows of "big" flow, at row 15000.
-  test_mutators mutators;
-  test_table_mutator& killer = mutators.tables[L"big"];
-  int seen = 0;
-  killer.on_row = [&](const udb_record&) {
-    if (++seen == 15000) dead.kill_now();
-  };
-  converter.set_mutators(&mutators);
   converter.selected_tables = {L"big", L"after"};
   converter.mode = udb_mode_overwrite_database;
 
