@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 kind=${1:-release}
 case "$kind" in
-  release) dir=build; flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo) ;;
+  release) dir=build; flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DQB_BUILD_BENCH=ON) ;;
   asan) dir=build-asan; flags=(-DCMAKE_BUILD_TYPE=Debug -DQB_SANITIZE=ON -DQB_BUILD_BENCH=OFF) ;;
   *) echo "usage: $0 release|asan" >&2; exit 2 ;;
 esac
