@@ -51,21 +51,6 @@ void report(const tk_exception& e, const std::wstring& context) {
   LOG(3, "Error:\n%s", e.what());
 }
 
-// Sets the engine's blob_to_text for a scope and puts the old value back.
-class blob_to_text_scope {
- public:
-  blob_to_text_scope() : old_(engine().blob_to_text()) {
-    LOG(1, "sql_engine::set_blob_to_text(%d)", 1);
-    engine().set_blob_to_text(true);
-  }
-  ~blob_to_text_scope() { engine().set_blob_to_text(old_); }
-  blob_to_text_scope(const blob_to_text_scope&) = delete;
-  blob_to_text_scope& operator=(const blob_to_text_scope&) = delete;
-
- private:
-  bool old_;
-};
-
 }  // namespace
 
 sql_database::sql_database(const std::wstring& name, MYSQL* connection, std::uint32_t mode)
@@ -134,7 +119,7 @@ void sql_database::init_tables() {
 
 void sql_database::init_views() {
   LOG(2, "sql_database::init_views");
-  const blob_to_text_scope text_scope;
+  const sql_blob_to_text_scope text_scope(engine());
   views_.clear();
   sql_tmp_recordset list(
       *this, L"SELECT table_name, view_definition FROM information_schema.views WHERE table_schema=" +

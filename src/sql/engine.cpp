@@ -149,6 +149,11 @@ void sql_engine::close() {
 
 void sql_engine::run(std::string_view statement) { sql_run(connection_.get(), statement); }
 
+sql_blob_to_text_scope::sql_blob_to_text_scope(sql_engine& engine) : engine_(engine), old_(engine.blob_to_text()) {
+  LOG(1, "sql_engine::set_blob_to_text(%d)", 1);
+  engine_.set_blob_to_text(true);
+}
+
 void sql_engine::connect(std::wstring_view host, std::wstring_view user, std::wstring_view password, int port) {
   const std::string host8 = tk_utf8_encode(host);
   const std::string user8 = tk_utf8_encode(user);

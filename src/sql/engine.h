@@ -247,4 +247,19 @@ class sql_engine : public udb_engine, public tk_singleton<sql_engine> {
   std::vector<std::wstring> storage_engines_;
 };
 
+// Sets the engine's blob_to_text for a scope (logging
+// "sql_engine::set_blob_to_text(1)") and puts the old value back on every
+// way out. One thread, on the engine it was made with.
+class sql_blob_to_text_scope {
+ public:
+  explicit sql_blob_to_text_scope(sql_engine& engine);
+  ~sql_blob_to_text_scope() { engine_.set_blob_to_text(old_); }
+  sql_blob_to_text_scope(const sql_blob_to_text_scope&) = delete;
+  sql_blob_to_text_scope& operator=(const sql_blob_to_text_scope&) = delete;
+
+ private:
+  sql_engine& engine_;
+  bool old_;
+};
+
 }  // namespace qb

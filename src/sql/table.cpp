@@ -26,22 +26,6 @@ constexpr std::uint32_t fk_version = 0x03172C;
 
 sql_engine& engine() { return sql_engine::instance(); }
 
-// Sets the engine's blob_to_text for a scope and puts the old value back on
-// every way out.
-class blob_to_text_scope {
- public:
-  blob_to_text_scope() : old_(engine().blob_to_text()) {
-    LOG(1, "sql_engine::set_blob_to_text(%d)", 1);
-    engine().set_blob_to_text(true);
-  }
-  ~blob_to_text_scope() { engine().set_blob_to_text(old_); }
-  blob_to_text_scope(const blob_to_text_scope&) = delete;
-  blob_to_text_scope& operator=(const blob_to_text_scope&) = delete;
-
- private:
-  bool old_;
-};
-
 // The number in "<prefix>(n)" at the start of type, ignoring case.
 bool scan_sized(const std::wstring& type, std::wstring_view prefix, std::uint32_t& n) {
   if (type.size() <= prefix.size() + 2 || !tk_equal_no_case(std::wstring_view(type).substr(0, prefix.size()), prefix) ||
@@ -101,7 +85,7 @@ bool sql_table::replace_mode() const { return (db().mode() & 0x100U) != 0; }
 
 void sql_table::initialize(std::uint32_t mode) {
   LOG(2, "sql_table::initialize(%d)", mode);
-  const blob_to_text_scope text_scope;
+  const sql_blob_to_text_scope text_scope(engine());
   sql_recordset::initialize();
   read_columns();
   if ((mode & ~0x60U) == 0) {

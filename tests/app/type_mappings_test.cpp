@@ -126,15 +126,7 @@ class dump_target : public mysql_target_engine {
   explicit dump_target(sql_engine& engine) : engine_(engine) {}
 
   std::unique_ptr<udb_database> create_dump(const std::wstring& path, const mysql_dump_options& given) override {
-    dump_options options;
-    options.line_break = given.line_break;
-    options.new_version = given.new_version != 0;
-    options.add_lock = given.add_lock != 0;
-    options.insert_comments = given.insert_comments != 0;
-    options.create_database = given.create_database != 0;
-    options.create_table = given.create_table != 0;
-    options.created_by = tk_utf8_decode(given.title);
-    return engine_.create_dump(path, options);
+    return engine_.create_dump(path, mysql_dump_to_dump_options(given));
   }
   std::unique_ptr<udb_database> create_db(const std::wstring& /*name*/) override { throw unused(); }
   std::unique_ptr<udb_database> open_db(const std::wstring& /*name*/, std::uint32_t /*mode*/) override {

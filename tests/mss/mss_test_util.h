@@ -22,6 +22,7 @@
 #include "tk/error_tables.h"
 #include "tk/headless_shell.h"
 #include "tk/strings.h"
+#include "support/log_lines.h"
 
 namespace qb::test {
 
@@ -176,37 +177,6 @@ class shown_errors {
   headless_shell shell_{L"Q"};
   error_handler handler_;
 };
-
-// The lines of a log text (split at CR LF).
-inline std::vector<std::string> log_lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::size_t start = 0;
-  while (start < text.size()) {
-    std::size_t end = text.find("\r\n", start);
-    if (end == std::string::npos) end = text.size();
-    lines.push_back(text.substr(start, end - start));
-    start = end + 2;
-  }
-  return lines;
-}
-
-// True when the expected lines occur in the log in this order, others between.
-inline bool lines_in_order(const std::string& text, std::initializer_list<std::string> expected) {
-  const std::vector<std::string> lines = log_lines(text);
-  std::size_t i = 0;
-  for (const std::string& want : expected) {
-    while (i < lines.size() && lines[i] != want) ++i;
-    if (i == lines.size()) return false;
-    ++i;
-  }
-  return true;
-}
-
-inline int count_lines(const std::string& text, const std::string& line) {
-  int n = 0;
-  for (const std::string& l : log_lines(text)) n += l == line ? 1 : 0;
-  return n;
-}
 
 // The text of a row of the SQL Server message table as the user sees it: line
 // feeds are shown as blanks.

@@ -16,7 +16,7 @@
 #include "tk/error_handler.h"
 #include "tk/error_tables.h"
 #include "tk/headless_shell.h"
-#include "tk/log_lines.h"
+#include "support/log_lines.h"
 #include "tk/strings.h"
 #include "tk/utf.h"
 

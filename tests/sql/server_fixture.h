@@ -24,6 +24,7 @@
 #include "support/mariadb_server.h"
 #include "support/temp_dir.h"
 #include "test_session.h"
+#include "support/log_lines.h"
 
 namespace qb::test {
 
@@ -63,26 +64,6 @@ class handler_and_shell_for_tests {
   error_handler handler{tk_source_errors};
   headless_shell shell;
 };
-
-// True when the lines occur in the log text in this order (others may stand
-// between them).
-inline bool lines_in_order(const std::string& text, const std::vector<std::string>& expected) {
-  std::vector<std::string> lines;
-  std::size_t start = 0;
-  while (start < text.size()) {
-    std::size_t end = text.find("\r\n", start);
-    if (end == std::string::npos) end = text.size();
-    lines.push_back(text.substr(start, end - start));
-    start = end + 2;
-  }
-  std::size_t i = 0;
-  for (const std::string& want : expected) {
-    while (i < lines.size() && lines[i] != want) ++i;
-    if (i == lines.size()) return false;
-    ++i;
-  }
-  return true;
-}
 
 class ServerDb : public ::testing::Test {
  protected:

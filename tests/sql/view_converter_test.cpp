@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tk/log_lines.h"
+#include "support/log_lines.h"
 #include "tk/utf.h"
 
 #include "support/temp_dir.h"

@@ -12,7 +12,7 @@
 #include "tk/files.h"
 #include "tk/log.h"
 
-#include "log_lines.h"
+#include "support/log_lines.h"
 #include "support/temp_dir.h"
 
 namespace qb {

@@ -15,7 +15,7 @@
 #include "tk/paths.h"
 #include "tk/strings.h"
 
-#include "log_lines.h"
+#include "support/log_lines.h"
 #include "support/temp_dir.h"
 
 namespace qb {

@@ -11,7 +11,7 @@
 #include "tk/exception.h"
 #include "tk/paths.h"
 
-#include "log_lines.h"
+#include "support/log_lines.h"
 #include "support/temp_dir.h"
 
 namespace qb {

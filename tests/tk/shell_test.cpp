@@ -7,7 +7,7 @@
 #include "tk/headless_shell.h"
 #include "tk/strings.h"
 
-#include "log_lines.h"
+#include "support/log_lines.h"
 #include "support/temp_dir.h"
 
 namespace qb {

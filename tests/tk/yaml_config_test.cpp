@@ -7,7 +7,7 @@
 
 #include "tk/exception.h"
 
-#include "log_lines.h"
+#include "support/log_lines.h"
 #include "support/temp_dir.h"
 
 namespace qb {

@@ -15,7 +15,7 @@
 #include <unistd.h>
 
 #include "tk/exception.h"
-#include "tk/log_lines.h"
+#include "support/log_lines.h"
 
 #include "support/temp_dir.h"
 

@@ -1,5 +1,5 @@
-// Helpers of the toolkit tests: the lines of a log file, their order, and a
-// scoped environment variable.
+// Helpers of the tests: the lines of a log text, their order, and a scoped
+// environment variable.
 #pragma once
 
 #include <cstdlib>
@@ -25,7 +25,7 @@ inline std::vector<std::string> log_lines(const std::string& text) {
 
 // True when the expected lines occur in the log in this order (other lines
 // may stand between them).
-inline bool lines_in_order(const std::string& text, std::initializer_list<std::string> expected) {
+inline bool lines_in_order(const std::string& text, const std::vector<std::string>& expected) {
   const std::vector<std::string> lines = log_lines(text);
   std::size_t i = 0;
   for (const std::string& want : expected) {
