@@ -165,6 +165,44 @@ TEST_P(SourceToMysql, ASchemaWithABlank) {
   EXPECT_EQ(target_of(L"odd schema.t"), "t");
 }
 
+TEST_P(SourceToMysql, BinaryColumnsMappedByTheUserKeepTheirLength) {
+  // The user kept both binary columns binary, with the lengths they have.
+  write_file(dir_.file("binary.qbr"),
+             "[Type Mappings]\n"
+             "database:\n"
+             "tables:\n"
+             "  - name: dbo.t_binary\n"
+             "    fields:\n"
+             "      - name:c_binary\n"
+             "        new_name: c_binary\n"
+             "        status: changed\n"
+             "        type: BINARY\n"
+             "        default_value: \n"
+             "        character_set: \n"
+             "        length: 8\n"
+             "        scale: 0\n"
+             "        precision: 0\n"
+             "      - name:c_varbinary\n"
+             "        new_name: c_varbinary\n"
+             "        status: changed\n"
+             "        type: VARBINARY\n"
+             "        default_value: \n"
+             "        character_set: \n"
+             "        length: 16\n"
+             "        scale: 0\n"
+             "        precision: 0\n");
+  udb_profile profile;
+  ASSERT_TRUE(profile.load(dir_.file("binary.qbr")));
+  converter_.sql_db_mutator::load(profile);
+  const migration m{L"qbtypes", L"dbo", {L"dbo.t_binary"}, {}, {}};
+  const std::string db = run(m);
+  EXPECT_EQ(target_rows("SELECT COLUMN_NAME, COLUMN_TYPE FROM information_schema.COLUMNS WHERE TABLE_SCHEMA = " +
+                        sql_text(db) + " AND TABLE_NAME = 't_binary' AND COLUMN_NAME IN ('c_binary', "
+                        "'c_varbinary') ORDER BY COLUMN_NAME"),
+            (text_rows{{"c_binary", "binary(8)"}, {"c_varbinary", "varbinary(16)"}}));
+  expect_same_rows_of_all_tables(m, db);
+}
+
 INSTANTIATE_TEST_SUITE_P(Path, SourceToMysql, ::testing::Values(migration_path::dump, migration_path::direct),
                          [](const ::testing::TestParamInfo<migration_path>& p) { return to_string(p.param); });
 
