@@ -311,6 +311,17 @@ std::wstring get_sql_native_type1(const sql_native_type& type) {
   std::wstring buf;
   if (name.starts_with(L"VARCHAR") || name.starts_with(L"CHAR")) {
     buf = tk_wformat(L"%s(%d)", type.name, static_cast<std::uint32_t>(type.size));
+  } else if (name.starts_with(L"VARBINARY") || name.starts_with(L"BINARY")) {
+    // MySQL refuses a VARBINARY without a length, and reads a bare BINARY
+    // as BINARY(1): the row's size goes behind the name. A row without a
+    // size has no such length; it becomes the type of a binary column of
+    // unknown size, which takes every value.
+    if (type.size == 0) {
+      LOG(2, "Binary type '%s' without a length; LONGBLOB takes its values", type.name);
+      buf = name_of(sql_type_id::longblob);
+    } else {
+      buf = tk_wformat(L"%s(%d)", type.name, static_cast<std::uint32_t>(type.size));
+    }
   } else if (name.starts_with(L"DECIMAL")) {
     buf = tk_wformat(L"%s(%d,%d)", type.name, type.precision, type.scale);
   } else {

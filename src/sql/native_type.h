@@ -99,8 +99,10 @@ inline constexpr std::uint32_t sql_max_fraction_digits = 6;
 std::wstring get_sql_native_type2(const t_ftd& field, bool no_size);
 
 // The column type text that a user's type choice stands for: the name, with
-// "(size)" behind a name that begins with VARCHAR or CHAR, "(precision,scale)"
-// behind one that begins with DECIMAL. At most 255 characters.
+// "(size)" behind a name that begins with VARCHAR, CHAR, VARBINARY or BINARY,
+// "(precision,scale)" behind one that begins with DECIMAL. A VARBINARY or
+// BINARY of size 0 (no length, which MySQL refuses for VARBINARY and reads as
+// one byte for BINARY) is LONGBLOB. At most 255 characters.
 std::wstring get_sql_native_type1(const sql_native_type& type);
 
 // The model's value tag of a MySQL result column, from the client library's

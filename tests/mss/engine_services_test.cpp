@@ -206,9 +206,15 @@ TEST(MssEngineReleases, SqlServer2000FallsBackToItsOwnCatalog) {
 
 TEST(MssEngineReleases, SqlServer7FallsBackAsWell) {
   const mss_standin server(test::source_options({"business.json"}, "qbshop", "7.0"));
+  log_capture log(2);
   mss_engine engine;
   test::connect_engine(engine, server);
   EXPECT_EQ(engine.version(), 2);
+  EXPECT_TRUE(test::lines_in_order(log.text(),
+                                   {"odb_command::execute(SELECT name from master.sys.sysdatabases ORDER BY name)",
+                                    "Try the second approach for MS SQL <= v2000...",
+                                    "odb_command::execute(SELECT name from master.dbo.sysdatabases ORDER BY name)"}))
+      << log.text();
   EXPECT_EQ(engine.get_contents(), (std::vector<std::wstring>{L"master", L"qbshop", L"tempdb"}));
 }
 

@@ -406,6 +406,16 @@ TEST(SqlDescribeColumn, CarriesTheDefaultAsTheDefinitionWritesIt) {
   EXPECT_EQ(out.default_value, L"");
 }
 
+TEST(SqlDescribeColumn, ShortBinaryColumnKeepsItsLength) {
+  sql_engine engine;
+  t_ftd bytes = col(L"b", vt::vt_bytes, 16);
+  sql_native_type out;
+  sql_describe_column(bytes, out);
+  EXPECT_EQ(out.name, L"VARBINARY");
+  EXPECT_EQ(out.size, 16U);
+  EXPECT_EQ(bytes.native_type, L"VARBINARY(16)");
+}
+
 // --- the type-map lists --------------------------------------------------------------
 
 // The lists read from a scratch directory made current for the test.

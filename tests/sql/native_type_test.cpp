@@ -348,12 +348,30 @@ TEST(SqlNativeType1, SizesFollowTheLeadingName) {
   t.precision = 12;
   t.scale = 3;
   EXPECT_EQ(get_sql_native_type1(t), L"DECIMAL(12,3)");
-  t.name = L"VARBINARY";
-  EXPECT_EQ(get_sql_native_type1(t), L"VARBINARY");
-  t.name = L"BINARY";
-  EXPECT_EQ(get_sql_native_type1(t), L"BINARY");
   t.name = L"LONGTEXT";
   EXPECT_EQ(get_sql_native_type1(t), L"LONGTEXT");
+}
+
+TEST(SqlNativeType1, BinaryTypesTakeTheirLength) {
+  sql_native_type t;
+  t.size = 16;
+  t.name = L"VARBINARY";
+  EXPECT_EQ(get_sql_native_type1(t), L"VARBINARY(16)");
+  t.name = L"BINARY";
+  EXPECT_EQ(get_sql_native_type1(t), L"BINARY(16)");
+  t.size = 255;
+  t.name = L"VARBINARY";
+  EXPECT_EQ(get_sql_native_type1(t), L"VARBINARY(255)");
+}
+
+TEST(SqlNativeType1, BinaryTypesWithoutALengthTakeEveryValue) {
+  test::log_capture capture;
+  sql_native_type t;
+  t.name = L"VARBINARY";
+  EXPECT_EQ(get_sql_native_type1(t), L"LONGBLOB");
+  t.name = L"BINARY";
+  EXPECT_EQ(get_sql_native_type1(t), L"LONGBLOB");
+  EXPECT_TRUE(capture.has_line("Binary type 'BINARY' without a length; LONGBLOB takes its values"));
 }
 
 // --- MySQL result columns ---------------------------------------------------------------------------
