@@ -25,10 +25,7 @@ using test::mariadb_server;
 using test::memory_store;
 
 t_ftd col(const std::wstring& name, std::uint16_t type, std::uint32_t size = 0, std::uint32_t dw = 0) {
-  t_ftd f;
-  f.name = name;
-  f.vartype = type;
-  f.size = size;
+  t_ftd f = test::memory_column(name, type, size);
   f.dw_reserved = dw;
   return f;
 }
