@@ -465,14 +465,16 @@ udb_relationships conversion_run::carried_relationships(const udb_relationships&
 // The work-list entry (a table, not a custom query) that denotes the same
 // table as name, whatever the form of either: owner and table compare
 // without regard to case, and a name without an owner matches on the table
-// alone. Null when no entry does.
+// alone. An entry of exactly that name comes first. Null when no entry does.
 const std::wstring* conversion_run::work_list_name(const std::wstring& name) const {
+  for (const udb_named_text& entry : c_.queries) {
+    if (entry.second.empty() && entry.first == name) return &entry.first;
+  }
   std::wstring table;
   std::wstring owner;
   mss_split_tab_name(name, table, owner);
   for (const udb_named_text& entry : c_.queries) {
     if (!entry.second.empty()) continue;
-    if (entry.first == name) return &entry.first;
     std::wstring entry_table;
     std::wstring entry_owner;
     mss_split_tab_name(entry.first, entry_table, entry_owner);
