@@ -111,6 +111,8 @@ class conversion_run {
   entry_end convert_entry(const udb_named_text& entry, udb_table_report& report);
   std::wstring settle_name(const std::wstring& source_name, udb_recordset& source);
   void remember_name(const std::wstring& source_name, const std::wstring& target);
+  [[nodiscard]] udb_relationships carried_relationships(const udb_relationships& relationships) const;
+  [[nodiscard]] const std::wstring* work_list_name(const std::wstring& table) const;
   entry_end copy_rows(udb_recordset& source, udb_recordset& destination, udb_table_report& report);
   void append_guarded(udb_recordset& source, udb_recordset& destination, udb_record& record);
   void take_counts(const udb_recordset& destination, udb_table_report& report) const;
@@ -244,6 +246,10 @@ entry_end conversion_run::convert_entry(const udb_named_text& entry, udb_table_r
 
   udb_indexes indexes;
   if (c_.skip_indexes == 0) indexes = source->indexes();
+  // The (source, target) pair goes into the destination's names map before
+  // the table is made: the destination finds the user's changes of the table
+  // (its engine, its character sets) under the source name through it.
+  remember_name(source_name, target);
   std::unique_ptr<udb_recordset> destination = dest_->create_table(target, source->schema(), indexes);
 
   // From here the destination may hold rows of this entry: whatever ends the
@@ -255,7 +261,6 @@ entry_end conversion_run::convert_entry(const udb_named_text& entry, udb_table_r
     if (merging() && !source->schema().conform_to(destination->schema(), false)) {
       throw tk_exception_ex::user_message(k_not_conform);
     }
-    remember_name(source_name, target);
     c_.n_records = source->rec_count();
     const std::wstring text =
         tk_wformat(L"Converting table %s (%I64u records)\r\n", c_.current_table(), c_.n_records.load());
@@ -412,13 +417,71 @@ void conversion_run::close() {
   if (relationships.empty()) {
     LOG(2, "No relationships to convert");
   } else {
-    dest_->create_relationships(relationships);
+    dest_->create_relationships(carried_relationships(relationships));
   }
   if (c_.convert_views != 0 && s_.can_create_views()) {
     convert_views();
   } else {
     LOG(2, "Views are not converted");
   }
+}
+
+// The foreign keys as the destination must make them. The source names a
+// key's tables in its own form ("dbo.orders") and its columns by their
+// source names; the destination's names map knows each table under the name
+// of its work-list entry ("[dbo].[orders]" when the selection came from a
+// profile) and each column under the name the user's changes gave it. So
+// each table name becomes that of the entry that denotes the same table,
+// and each column of a table with changes takes its new name.
+udb_relationships conversion_run::carried_relationships(const udb_relationships& relationships) const {
+  udb_relationships carried;
+  for (udb_rel rel : relationships) {
+    for (auto [table, fields] : {std::pair{&rel.fk_table, &rel.fk_fields}, std::pair{&rel.pk_table, &rel.pk_fields}}) {
+      const std::wstring* entry = work_list_name(*table);
+      if (entry == nullptr) continue;
+      if (*entry != *table) {
+        LOG(2, "Foreign key '%s': table '%s' is the entry '%s'", rel.name, *table, *entry);
+        *table = *entry;
+      }
+      const sql_table_mutator* mutator = s_.find_table_mutator(*entry);
+      if (mutator == nullptr) continue;
+      for (std::wstring& column : *fields) {
+        const sql_field_mutator* field = mutator->get_field_mutator(column);
+        if (field == nullptr) continue;
+        if (field->is_deleted()) {
+          LOG(3, "Foreign key '%s' names the column '%s' of '%s', which the type mappings drop", rel.name, column,
+              *entry);
+        } else if (!field->new_name.empty() && field->new_name != column) {
+          LOG(2, "Foreign key '%s': column '%s' of '%s' is now '%s'", rel.name, column, *entry, field->new_name);
+          column = field->new_name;
+        }
+      }
+    }
+    carried.push_back(std::move(rel));
+  }
+  return carried;
+}
+
+// The work-list entry (a table, not a custom query) that denotes the same
+// table as name, whatever the form of either: owner and table compare
+// without regard to case, and a name without an owner matches on the table
+// alone. An entry of exactly that name comes first. Null when no entry does.
+const std::wstring* conversion_run::work_list_name(const std::wstring& name) const {
+  for (const udb_named_text& entry : c_.queries) {
+    if (entry.second.empty() && entry.first == name) return &entry.first;
+  }
+  std::wstring table;
+  std::wstring owner;
+  mss_split_tab_name(name, table, owner);
+  for (const udb_named_text& entry : c_.queries) {
+    if (!entry.second.empty()) continue;
+    std::wstring entry_table;
+    std::wstring entry_owner;
+    mss_split_tab_name(entry.first, entry_table, entry_owner);
+    if (!udb_equal_names(table, entry_table)) continue;
+    if (owner.empty() || entry_owner.empty() || udb_equal_names(owner, entry_owner)) return &entry.first;
+  }
+  return nullptr;
 }
 
 void conversion_run::convert_views() {

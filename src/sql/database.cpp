@@ -295,8 +295,7 @@ std::unique_ptr<udb_recordset> sql_database::create_table(const std::wstring& na
   std::wstring statement = L"CREATE TABLE " + sql_quote_name(name) + L" (";
   std::wstring auto_field;
   sql_schema_initializer columns(name, schema, indexes, auto_field);
-  udb_properties* db_mutator = engine().db_mutator();
-  udb_properties* table_mutator = db_mutator != nullptr ? db_mutator->find_by_source_name(name) : nullptr;
+  udb_properties* table_mutator = sql_table_mutator_for(names_map_, name);
   std::vector<std::wstring> chunks;
   columns.get_init_chunks(chunks, table_mutator);
   for (std::size_t i = 0; i < chunks.size(); ++i) {

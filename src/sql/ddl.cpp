@@ -83,13 +83,36 @@ std::wstring upper(const std::wstring& text) {
   return out;
 }
 
-std::wstring character_set_of(const std::wstring& source_name, udb_properties* table_mutator) {
+// The target name a field mutator gives its column; empty when it keeps the
+// column's own.
+std::wstring new_name_of(udb_properties& field) {
+  const auto& properties = field.get_properties();
+  const auto it = properties.find(L"new_name");
+  return it == properties.end() ? std::wstring() : it->second;
+}
+
+// The field mutator of a column of the schema being created. The schema has
+// been through the table mutator already, so the column bears the target
+// name its mutator gave it: the lookup goes by target name, and a name the
+// mutator no longer gives (a key left behind by a later rename) does not
+// count. A mutator that keeps the column's name with an empty new name is
+// found under the source name, which is then the column's name.
+udb_properties* field_mutator_of(const std::wstring& column, udb_properties* table_mutator) {
+  if (table_mutator == nullptr) return nullptr;
+  if (udb_properties* field = table_mutator->find_by_target_name(column); field != nullptr) {
+    if (new_name_of(*field) == column) return field;
+  }
+  if (udb_properties* field = table_mutator->find_by_source_name(column); field != nullptr) {
+    if (new_name_of(*field).empty()) return field;
+  }
+  return nullptr;
+}
+
+std::wstring character_set_of(const std::wstring& column, udb_properties* table_mutator) {
   std::wstring value;
-  if (table_mutator != nullptr) {
-    if (udb_properties* field = table_mutator->find_by_source_name(source_name); field != nullptr) {
-      const auto& properties = field->get_properties();
-      if (const auto it = properties.find(L"character_set"); it != properties.end()) value = it->second;
-    }
+  if (udb_properties* field = field_mutator_of(column, table_mutator); field != nullptr) {
+    const auto& properties = field->get_properties();
+    if (const auto it = properties.find(L"character_set"); it != properties.end()) value = it->second;
   }
   if (value.empty()) value = engine().charset();
   return value;
@@ -104,6 +127,14 @@ bool takes_character_set(const t_ftd& field) {
 }
 
 }  // namespace
+
+udb_properties* sql_table_mutator_for(const udb_names_map& names, const std::wstring& name) {
+  udb_properties* db_mutator = engine().db_mutator();
+  if (db_mutator == nullptr) return nullptr;
+  const std::wstring source = names.get_tn_orig_name(name);
+  LOG(2, "Changes of table '%s' are looked up under its source name '%s'", name, source);
+  return db_mutator->find_by_source_name(source);
+}
 
 // --- Key budgets ----------------------------------------------------------------------------
 

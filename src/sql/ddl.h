@@ -118,6 +118,14 @@ class sql_schema : public udb_schema {
 bool sql_can_have_def_value(const t_ftd* field);
 bool sql_can_have_auto_num(const t_ftd* field);
 
+// The user's changes (table mutator) of the table that create_table makes
+// under the target name `name`. Table mutators are kept under source names;
+// the driver enters a renamed table's (source, target) pair in the
+// destination's names map before it creates the table, so the source name
+// is found there. A name the map does not hold is its own source name. Null
+// when the engine has no tree of changes or the table has no mutator.
+udb_properties* sql_table_mutator_for(const udb_names_map& names, const std::wstring& name);
+
 class sql_schema_initializer {
  public:
   // auto_field receives, in get_init_chunks, the name of the column that got

@@ -179,8 +179,7 @@ std::unique_ptr<udb_recordset> dmp_database::create_table(const std::wstring& na
   // Rows of the table before belong to its lock; this table takes its own.
   unlock_tables("dmp_database::create_table - right before unlock tables");
 
-  udb_properties* db_mutator = engine().db_mutator();
-  udb_properties* table_mutator = db_mutator != nullptr ? db_mutator->find_by_source_name(name) : nullptr;
+  udb_properties* table_mutator = sql_table_mutator_for(names_map_, name);
   std::wstring table_engine;
   std::wstring table_charset;
   if (table_mutator != nullptr) {

@@ -85,6 +85,13 @@ void udb_names_map::add_fn_map(const std::wstring& table, const t_names_map& map
   fn_map_[table] = map;
 }
 
+std::wstring udb_names_map::get_tn_orig_name(const std::wstring& generated) const {
+  for (const auto& [key, value] : tn_map_) {
+    if (value == generated) return key;
+  }
+  return generated;
+}
+
 std::wstring udb_names_map::get_tn_mapped_name(const std::wstring& name, bool b_exact) const {
   LOG(1, "udb_names_map::get_tn_mapped_name(%s)", name);
   for (const auto& [key, value] : tn_map_) {

@@ -83,6 +83,10 @@ class udb_names_map {
   // matched exactly; the field as b_exact says.
   [[nodiscard]] std::wstring get_fn_mapped_name(const std::wstring& table, const std::wstring& field,
                                                 bool b_exact) const;
+  // The reverse lookup of the table map: the source name whose generated
+  // name is exactly generated, or generated itself (a table that kept its
+  // name).
+  [[nodiscard]] std::wstring get_tn_orig_name(const std::wstring& generated) const;
   // The reverse lookup: the source name of a generated field name of a table
   // (compared without regard to case), or generated itself.
   [[nodiscard]] std::wstring get_fn_orig_name(const std::wstring& table, const std::wstring& generated) const;

@@ -297,5 +297,41 @@ TEST(MutationText, SectionLinesOfAFreshProfileAreItsBareLines) {
   EXPECT_EQ(udb_mutation_text::section_lines(profile), (lines{L"database:", L"tables:"}));
 }
 
+// A section damaged by hand: each line of a well-formed text left out in
+// turn, or cut after each of its characters. Every such text reads without
+// failing, and what it gives is only ever part of the whole: no table or
+// column that the whole does not name, and a column that the whole keeps is
+// never read as dropped.
+TEST(MutationText, DamagedSectionReadsAsPartOfTheWholeAndNeverFails) {
+  const udb_mutation_text whole = udb_mutation_text::parse(k_written);
+  const auto expect_part_of_whole = [&](const udb_mutation_text& part, const std::string& what) {
+    for (const auto& [name, table] : part.tables) {
+      ASSERT_EQ(whole.tables.count(name), 1U) << what;
+      for (const auto& [field_name, field] : table.fields) {
+        ASSERT_EQ(whole.tables.at(name).fields.count(field_name), 1U) << what;
+        EXPECT_TRUE(!field.deleted || whole.tables.at(name).fields.at(field_name).deleted) << what;
+      }
+    }
+  };
+  for (std::size_t drop = 0; drop < k_written.size(); ++drop) {
+    lines text = k_written;
+    text.erase(text.begin() + static_cast<std::ptrdiff_t>(drop));
+    expect_part_of_whole(udb_mutation_text::parse(text), "without line " + std::to_string(drop));
+  }
+  for (std::size_t line = 0; line < k_written.size(); ++line) {
+    for (std::size_t cut = 0; cut < k_written[line].size(); ++cut) {
+      lines text = k_written;
+      text[line].resize(cut);
+      udb_mutation_text part;
+      ASSERT_NO_THROW(part = udb_mutation_text::parse(text));
+      // A cut column or table name may name another column; only the
+      // untouched lines must agree with the whole.
+      if (text[line].find(L"name:") == std::wstring::npos && k_written[line].find(L"name:") == std::wstring::npos) {
+        expect_part_of_whole(part, "line " + std::to_string(line) + " cut at " + std::to_string(cut));
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace qb

@@ -49,6 +49,17 @@ TEST(UdbNamesMap, TableMappingKeepsOldValueForExistingKey) {
   EXPECT_TRUE(log.has_line("udb_names_map::add_tn_mapping(dbo.orders,orders)"));
 }
 
+TEST(UdbNamesMap, ReverseTableLookupGivesTheSourceOfAnExactTargetName) {
+  udb_names_map names;
+  names.add_tn_mapping(L"[dbo].[products]", L"articles");
+  names.add_tn_mapping(L"dbo.orders", L"orders");
+  EXPECT_EQ(names.get_tn_orig_name(L"articles"), L"[dbo].[products]");
+  EXPECT_EQ(names.get_tn_orig_name(L"orders"), L"dbo.orders");
+  // A table that kept its name is its own source; the target compares exactly.
+  EXPECT_EQ(names.get_tn_orig_name(L"customers"), L"customers");
+  EXPECT_EQ(names.get_tn_orig_name(L"Articles"), L"Articles");
+}
+
 TEST(UdbNamesMap, TableLookupExactOrIgnoringCase) {
   test::log_capture log;
   udb_names_map names;
