@@ -4,11 +4,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <set>
 #include <stdexcept>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "mss/engine.h"
 #include "mss/table_names.h"
@@ -25,56 +22,6 @@ std::string to_string(migration_path path) { return path == migration_path::dump
 // --- The stock client and the server --------------------------------------------------------
 
 namespace {
-
-struct replay_result {
-  int exit_code = -1;
-  std::string output;
-};
-
-replay_result replay(const mariadb_server& server, const std::string& file, const std::string& database) {
-  std::vector<std::string> args = {"mariadb", "--no-defaults", "--protocol=TCP", "-h" + server.host(),
-                                   "-P" + std::to_string(server.port()), "-u" + server.account().user,
-                                   "-p" + server.account().password, "--show-warnings", database};
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  int out[2];
-  if (::pipe(out) != 0) return {};
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    const int in = ::open(file.c_str(), O_RDONLY);
-    ::dup2(in, 0);
-    ::dup2(out[1], 1);
-    ::dup2(out[1], 2);
-    ::execvp("mariadb", argv.data());
-    ::_exit(127);
-  }
-  ::close(out[1]);
-  replay_result r;
-  char buf[4096];
-  for (ssize_t n; (n = ::read(out[0], buf, sizeof buf)) > 0;) r.output.append(buf, static_cast<std::size_t>(n));
-  ::close(out[0]);
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
-
-// The client's lines that report an error or a warning. The notes that
-// "DROP FUNCTION IF EXISTS" gives for a function a new database does not
-// have yet (1305) are expected.
-std::vector<std::string> problems(const std::string& output) {
-  std::vector<std::string> out;
-  std::size_t start = 0;
-  while (start < output.size()) {
-    std::size_t end = output.find('\n', start);
-    if (end == std::string::npos) end = output.size();
-    const std::string line = output.substr(start, end - start);
-    if (!line.empty() && line.find("(Code 1305)") == std::string::npos) out.push_back(line);
-    start = end + 1;
-  }
-  return out;
-}
 
 // --- Values as text, both sides alike ------------------------------------------------------
 
@@ -182,65 +129,6 @@ std::string joined(const std::vector<std::wstring>& names) {
 
 }  // namespace
 
-// --- target_session ------------------------------------------------------------------------
-
-target_session::target_session(const mariadb_server& server) {
-  sql_client_library_init();
-  connection_.reset(mysql_init(nullptr));
-  unsigned port = static_cast<unsigned>(server.port());
-  if (mysql_real_connect(connection_.get(), server.host().c_str(), server.account().user.c_str(),
-                         server.account().password.c_str(), nullptr, port, nullptr, 0) == nullptr) {
-    throw std::runtime_error(std::string("cannot connect: ") + mysql_error(connection_.get()));
-  }
-  sql_run(connection_.get(), "SET NAMES utf8mb4");
-}
-
-void target_session::run(const std::string& statement) { sql_run(connection_.get(), statement); }
-
-text_rows target_session::rows(const std::string& statement) {
-  text_rows out;
-  sql_stream stream(connection_.get(), statement);
-  while (stream.next()) {
-    std::vector<std::optional<std::string>> row;
-    for (unsigned i = 0; i < stream.field_count(); ++i) {
-      if (stream.is_null(i)) {
-        row.emplace_back(std::nullopt);
-      } else {
-        row.emplace_back(std::string(stream.field(i)));
-      }
-    }
-    out.push_back(std::move(row));
-  }
-  return out;
-}
-
-unsigned target_session::error_of(const std::string& statement) {
-  try {
-    run(statement);
-  } catch (const sql_exception& e) {
-    return e.error_number();
-  }
-  return 0;
-}
-
-std::string sql_quoted_name(const std::string& name) {
-  std::string out = "`";
-  for (char c : name) {
-    out += c;
-    if (c == '`') out += '`';
-  }
-  return out + "`";
-}
-
-std::string sql_text(const std::string& s) {
-  std::string out = "'";
-  for (char c : s) {
-    if (c == '\'' || c == '\\') out += c;
-    out += c;
-  }
-  return out + "'";
-}
-
 // --- source_migration ----------------------------------------------------------------------
 
 source_migration::source_migration() : server_(mariadb_server::main()), target_(server_) {}
@@ -317,9 +205,9 @@ std::string source_migration::run(const migration& m, migration_path path) {
   }
   if (path == migration_path::dump) {
     target_.run("CREATE DATABASE " + sql_quoted_name(db) + " CHARACTER SET utf8mb4");
-    const replay_result r = replay(server_, tk_to_utf8(converter_.dest), db);
+    const replay_outcome r = replay_dump(server_, db, tk_to_utf8(converter_.dest), false);
     EXPECT_EQ(r.exit_code, 0) << r.output;
-    EXPECT_EQ(problems(r.output), std::vector<std::string>()) << r.output;
+    EXPECT_EQ(replay_problems(r.output), std::vector<std::string>()) << r.output;
   }
   return db;
 }
@@ -328,7 +216,7 @@ std::vector<target_column> source_migration::columns(const std::string& db, cons
   std::vector<target_column> out;
   for (const auto& row : target_.rows("SELECT COLUMN_NAME, DATA_TYPE, DATETIME_PRECISION FROM "
                                       "information_schema.COLUMNS WHERE TABLE_SCHEMA = " +
-                                      sql_text(db) + " AND TABLE_NAME = " + sql_text(table) +
+                                      sql_text_literal(db) + " AND TABLE_NAME = " + sql_text_literal(table) +
                                       " ORDER BY ORDINAL_POSITION")) {
     const bool fraction = (*row[1] == "datetime" || *row[1] == "time") && row[2];
     out.push_back({*row[0], *row[1], fraction ? std::atoi(row[2]->c_str()) : 0});
@@ -414,8 +302,8 @@ void source_migration::expect_keys_as_in_source(const migration& m, const std::s
     // Indexes: name -> (columns, unique).
     const text_rows target_indexes =
         target_.rows("SELECT INDEX_NAME, GROUP_CONCAT(COLUMN_NAME ORDER BY SEQ_IN_INDEX), NON_UNIQUE FROM "
-                     "information_schema.STATISTICS WHERE TABLE_SCHEMA = " + sql_text(db) +
-                     " AND TABLE_NAME = " + sql_text(table) + " GROUP BY INDEX_NAME, NON_UNIQUE");
+                     "information_schema.STATISTICS WHERE TABLE_SCHEMA = " + sql_text_literal(db) +
+                     " AND TABLE_NAME = " + sql_text_literal(table) + " GROUP BY INDEX_NAME, NON_UNIQUE");
     for (const udb_index& index : rs->indexes()) {
       if (std::find(except.begin(), except.end(), index.name) != except.end()) continue;
       const std::string name = index.b_primary ? std::string("PRIMARY") : tk_to_utf8(index.name);
@@ -435,7 +323,7 @@ void source_migration::expect_keys_as_in_source(const migration& m, const std::s
     }
     std::vector<std::string> auto_increment;
     for (const auto& row : target_.rows("SELECT COLUMN_NAME FROM information_schema.COLUMNS WHERE TABLE_SCHEMA = " +
-                                        sql_text(db) + " AND TABLE_NAME = " + sql_text(table) +
+                                        sql_text_literal(db) + " AND TABLE_NAME = " + sql_text_literal(table) +
                                         " AND EXTRA LIKE '%auto_increment%' ORDER BY ORDINAL_POSITION")) {
       auto_increment.push_back(*row[0]);
     }
@@ -453,7 +341,7 @@ void source_migration::expect_keys_as_in_source(const migration& m, const std::s
   for (auto& row : target_.rows("SELECT CONSTRAINT_NAME, TABLE_NAME, GROUP_CONCAT(COLUMN_NAME ORDER BY "
                                 "ORDINAL_POSITION), REFERENCED_TABLE_NAME, GROUP_CONCAT(REFERENCED_COLUMN_NAME "
                                 "ORDER BY ORDINAL_POSITION) FROM information_schema.KEY_COLUMN_USAGE WHERE "
-                                "TABLE_SCHEMA = " + sql_text(db) + " AND REFERENCED_TABLE_NAME IS NOT NULL "
+                                "TABLE_SCHEMA = " + sql_text_literal(db) + " AND REFERENCED_TABLE_NAME IS NOT NULL "
                                 "GROUP BY CONSTRAINT_NAME, TABLE_NAME, REFERENCED_TABLE_NAME")) {
     got.insert(std::move(row));
   }

@@ -32,6 +32,7 @@
 #include "sql/client.h"
 
 #include "app_fixtures.h"
+#include "mariadb_runs.h"
 #include "support/mariadb_server.h"
 #include "support/mss_standin.h"
 #include "support/temp_dir.h"
@@ -52,28 +53,6 @@ struct migration {
   udb_named_texts queries;           // (name, SELECT text)
   std::vector<std::wstring> views;
 };
-
-using text_rows = std::vector<std::vector<std::optional<std::string>>>;
-
-// A session of the tests' own on the test server (the account with a
-// password), with text in utf8mb4.
-class target_session {
- public:
-  explicit target_session(const mariadb_server& server);
-  void run(const std::string& statement);
-  // Every row of a statement, each cell as text or nullopt for NULL.
-  text_rows rows(const std::string& statement);
-  // The server's error number of a statement; 0 when it succeeds.
-  unsigned error_of(const std::string& statement);
-
- private:
-  sql_connection_ptr connection_;
-};
-
-// A name between back quotes, and a text between single quotes, for the
-// tests' own statements.
-std::string sql_quoted_name(const std::string& name);
-std::string sql_text(const std::string& s);
 
 struct target_column {
   std::string name;
@@ -115,7 +94,7 @@ class source_migration : public ::testing::Test {
                                 const std::vector<std::wstring>& except = {});
 
   text_rows target_rows(const std::string& statement) { return target_.rows(statement); }
-  target_session& target() { return target_; }
+  mariadb_session& target() { return target_; }
   // The destination table of a work-list entry in the last run.
   std::string target_of(const std::wstring& entry) { return targets_[entry]; }
 
@@ -123,7 +102,7 @@ class source_migration : public ::testing::Test {
   log_capture capture_{2};
   handler_and_shell ui_;
   const mariadb_server& server_;
-  target_session target_;
+  mariadb_session target_;
   temp_dir dir_;
   quillbridge_convertor converter_;
 

@@ -69,19 +69,19 @@ TEST_P(SourceToMysql, TheShopsDboSchemaWithKeysViewsAndAQuery) {
   // Keys and indexes as the source has them; the included columns are not
   // part of the MySQL index.
   EXPECT_EQ(target_rows("SELECT INDEX_NAME, GROUP_CONCAT(COLUMN_NAME ORDER BY SEQ_IN_INDEX), NON_UNIQUE FROM "
-                        "information_schema.STATISTICS WHERE TABLE_SCHEMA = " + sql_text(db) +
+                        "information_schema.STATISTICS WHERE TABLE_SCHEMA = " + sql_text_literal(db) +
                         " AND TABLE_NAME = 'products' GROUP BY INDEX_NAME, NON_UNIQUE ORDER BY INDEX_NAME"),
             (text_rows{{"IX_products_category", "category_id", "1"},
                        {"PRIMARY", "product_id", "0"},
                        {"UX_products_sku", "sku", "0"}}));
   EXPECT_EQ(target_rows("SELECT CONSTRAINT_NAME, TABLE_NAME, REFERENCED_TABLE_NAME, DELETE_RULE FROM "
-                        "information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA = " + sql_text(db) +
+                        "information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA = " + sql_text_literal(db) +
                         " ORDER BY CONSTRAINT_NAME"),
             (text_rows{{"FK_categories_parent", "categories", "categories", "RESTRICT"},
                        {"FK_customers_referrer", "customers", "customers", "RESTRICT"},
                        {"FK_products_category", "products", "categories", "SET NULL"}}));
   EXPECT_EQ(target_rows("SELECT AUTO_INCREMENT IS NOT NULL FROM information_schema.TABLES WHERE TABLE_SCHEMA = " +
-                        sql_text(db) + " AND TABLE_NAME = 'customers'"),
+                        sql_text_literal(db) + " AND TABLE_NAME = 'customers'"),
             (text_rows{{"1"}}));
   // The views were made and answer.
   EXPECT_EQ(target_rows("SELECT COUNT(*) FROM " + sql_quoted_name(db) + ".v_category_tree"), (text_rows{{"9"}}));
@@ -99,12 +99,12 @@ TEST_P(SourceToMysql, TheShopsSalesSchemaBesideATableOfTheSameName) {
   expect_keys_as_in_source(m, db);
   EXPECT_EQ(target_of(L"sales.customers"), "customers");
   EXPECT_EQ(target_rows("SELECT CONSTRAINT_NAME, TABLE_NAME, REFERENCED_TABLE_NAME, UPDATE_RULE, DELETE_RULE FROM "
-                        "information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA = " + sql_text(db) +
+                        "information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA = " + sql_text_literal(db) +
                         " ORDER BY CONSTRAINT_NAME"),
             (text_rows{{"FK_order_lines_orders", "order_lines", "orders", "CASCADE", "CASCADE"},
                        {"FK_shipments_order_lines", "shipments", "order_lines", "RESTRICT", "CASCADE"}}));
   EXPECT_EQ(target_rows("SELECT GROUP_CONCAT(COLUMN_NAME ORDER BY SEQ_IN_INDEX) FROM information_schema.STATISTICS "
-                        "WHERE TABLE_SCHEMA = " + sql_text(db) +
+                        "WHERE TABLE_SCHEMA = " + sql_text_literal(db) +
                         " AND TABLE_NAME = 'order_lines' AND INDEX_NAME = 'PRIMARY'"),
             (text_rows{{"order_id,line_no"}}));
 }
@@ -197,7 +197,7 @@ TEST_P(SourceToMysql, BinaryColumnsMappedByTheUserKeepTheirLength) {
   const migration m{L"qbtypes", L"dbo", {L"dbo.t_binary"}, {}, {}};
   const std::string db = run(m);
   EXPECT_EQ(target_rows("SELECT COLUMN_NAME, COLUMN_TYPE FROM information_schema.COLUMNS WHERE TABLE_SCHEMA = " +
-                        sql_text(db) + " AND TABLE_NAME = 't_binary' AND COLUMN_NAME IN ('c_binary', "
+                        sql_text_literal(db) + " AND TABLE_NAME = 't_binary' AND COLUMN_NAME IN ('c_binary', "
                         "'c_varbinary') ORDER BY COLUMN_NAME"),
             (text_rows{{"c_binary", "binary(8)"}, {"c_varbinary", "varbinary(16)"}}));
   expect_same_rows_of_all_tables(m, db);
@@ -292,13 +292,13 @@ TEST_F(SourceNamesOnServer, OwnersStrippedAndTwoSameNamedTablesKeepTheirForeignK
   EXPECT_EQ(target_of(L"sales.orders"), "orders");
   EXPECT_NE(second, "customers");
   EXPECT_TRUE(capture_.has_line("Store generated table name '" + second + "'"));
-  EXPECT_EQ(target_rows("SELECT TABLE_NAME FROM information_schema.TABLES WHERE TABLE_SCHEMA = " + sql_text(db) +
+  EXPECT_EQ(target_rows("SELECT TABLE_NAME FROM information_schema.TABLES WHERE TABLE_SCHEMA = " + sql_text_literal(db) +
                         " ORDER BY BINARY TABLE_NAME"),
             (text_rows{{"customers"}, {second}, {"orders"}}));
   // Both keys that point to dbo.customers reach the table "customers"; the
   // one of sales.customers starts at the table with the generated name.
   EXPECT_EQ(target_rows("SELECT CONSTRAINT_NAME, TABLE_NAME, REFERENCED_TABLE_NAME FROM "
-                        "information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA = " + sql_text(db) +
+                        "information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA = " + sql_text_literal(db) +
                         " ORDER BY CONSTRAINT_NAME"),
             (text_rows{{"FK_customers_customers", second, "customers"},
                        {"FK_customers_referrer", "customers", "customers"},
@@ -331,11 +331,11 @@ TEST_F(SourceNamesOnServer, ARenamedTableKeepsTheForeignKeysThatPointToIt) {
   EXPECT_EQ(target_of(L"dbo.categories"), "product_groups");
   expect_same_rows_of_all_tables(m, db);
   expect_keys_as_in_source(m, db);
-  EXPECT_EQ(target_rows("SELECT TABLE_NAME FROM information_schema.TABLES WHERE TABLE_SCHEMA = " + sql_text(db) +
+  EXPECT_EQ(target_rows("SELECT TABLE_NAME FROM information_schema.TABLES WHERE TABLE_SCHEMA = " + sql_text_literal(db) +
                         " ORDER BY BINARY TABLE_NAME"),
             (text_rows{{"product_groups"}, {"products"}}));
   EXPECT_EQ(target_rows("SELECT CONSTRAINT_NAME, TABLE_NAME, REFERENCED_TABLE_NAME, DELETE_RULE FROM "
-                        "information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA = " + sql_text(db) +
+                        "information_schema.REFERENTIAL_CONSTRAINTS WHERE CONSTRAINT_SCHEMA = " + sql_text_literal(db) +
                         " ORDER BY CONSTRAINT_NAME"),
             (text_rows{{"FK_categories_parent", "product_groups", "product_groups", "RESTRICT"},
                        {"FK_products_category", "products", "product_groups", "SET NULL"}}));
