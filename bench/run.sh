@@ -3,10 +3,11 @@
 # to the baselines it can be held against, all measured in one run on the same
 # rows.
 #
-#   bench/run.sh [--rows N] [--small-rows N] [--build DIR] [--keep DIR]
+#   bench/run.sh [--rows N] [--small-rows N] [--rounds N] [--build DIR] [--keep DIR]
 #
 #   --rows N        rows of the large table (default 1000000)
 #   --small-rows N  rows of the small table, for the memory figures (default 100000)
+#   --rounds N      rounds of a and c, alternating; their medians count (default 3)
 #   --build DIR     the release build tree (default build/; ./scripts/build.sh release)
 #   --keep DIR      keep the dumps and logs in DIR (default: a temporary directory, removed)
 #
@@ -23,7 +24,8 @@
 #   c  quillbridge-cli, the table into a dump file
 #   d  quillbridge-cli, the table straight into MariaDB
 #
-# and prints rows/s of each, the ratios c/a and d/min(a,b), and the peak
+# and prints rows/s of each (a and c: the median of the rounds, since the
+# machine may be shared and noisy; b and d take long and run once), the ratios c/a and d/min(a,b), and the peak
 # resident memory of c and d at both sizes (wait4 rusage, /usr/bin/time). The
 # rates of c and d are the tool's own ("Elapsed time" of its report: the
 # conversion, without start-up and connections); a and b are timed the same
@@ -34,6 +36,7 @@ repo=$(pwd)
 
 rows=1000000
 small=100000
+rounds=3
 build=build
 keep=""
 while (($#)); do
@@ -42,6 +45,8 @@ while (($#)); do
     --rows=*) rows=${1#--rows=}; shift ;;
     --small-rows) small=$2; shift 2 ;;
     --small-rows=*) small=${1#--small-rows=}; shift ;;
+    --rounds) rounds=$2; shift 2 ;;
+    --rounds=*) rounds=${1#--rounds=}; shift ;;
     --build) build=$2; shift 2 ;;
     --build=*) build=${1#--build=}; shift ;;
     --keep) keep=$2; shift 2 ;;
@@ -51,6 +56,7 @@ while (($#)); do
   esac
 done
 [[ "$rows" =~ ^[0-9]+$ && "$rows" -gt 0 ]] || { echo "bench/run.sh: --rows needs a positive number" >&2; exit 2; }
+[[ "$rounds" =~ ^[0-9]+$ && "$rounds" -gt 0 ]] || { echo "bench/run.sh: --rounds needs a positive number" >&2; exit 2; }
 [[ "$small" =~ ^[0-9]+$ && "$small" -gt 0 ]] || { echo "bench/run.sh: --small-rows needs a positive number" >&2; exit 2; }
 
 cli=$repo/$build/src/app/programs/quillbridge-cli
@@ -140,7 +146,7 @@ run_cli() {
   rate=$(sed -E 's/.* ([0-9,]+) rows\/s.*/\1/' <<<"$line" | tr -d ,)
   read -r rss wall user sys <"$work/$name.time"
   cpu=$(awk -v u="$user" -v s="$sys" 'BEGIN { printf "%.1f", u + s }')
-  say "  $name: $line (process: $wall s wall, $cpu s CPU, peak RSS $((rss / 1024)) MiB)"
+  say "  $name${round:+ ($round)}: $line (process: $wall s wall, $cpu s CPU, peak RSS $((rss / 1024)) MiB)"
 }
 
 count() { sql -e "SELECT COUNT(*) FROM \`$1\`.\`$2\`"; }
@@ -149,18 +155,25 @@ ms() { date +%s%N; }
 
 say "bench: $rows rows (and $small for the memory figures); stand-in on 127.0.0.1:$sport, MariaDB $(get version) on 127.0.0.1:$mport"
 
-# (a) the bare fetch loop; a warm-up read of the small table first.
-"$fetch" 127.0.0.1 "$sport" sa 'Secret#1' qbbench bulk_small >/dev/null
-out=$("$fetch" 127.0.0.1 "$sport" sa 'Secret#1' qbbench bulk_rows)
-read -r got secs _ <<<"$(sed -E 's/rows=([0-9]+) seconds=([0-9.]+) cpu=([0-9.]+).*/\1 \2 \3/' <<<"$out")"
-((got == rows)) || { say "bench/run.sh: the fetch loop read $got rows, not $rows"; exit 1; }
-rate_a=$(awk -v n="$rows" -v s="$secs" 'BEGIN { printf "%.0f", n / s }')
-say "  a: $out"
+median() { tr ' ' '\n' | sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 
-# (c) into a dump file
+# (a) the bare fetch loop and (c) the tool into a dump file, in alternating
+# rounds; a warm-up read of the small table first.
+"$fetch" 127.0.0.1 "$sport" sa 'Secret#1' qbbench bulk_small >/dev/null
 profile "$work/c.qbr" bulk_rows "$work/bulk_rows.sql" $'direct mode=0\ndump create database=0\ndump create table=1'
-run_cli c "$work/c.qbr"
-rate_c=$rate rss_c=$rss
+rates_a="" rates_c="" rss_c=0
+for round in $(seq "$rounds"); do
+  out=$("$fetch" 127.0.0.1 "$sport" sa 'Secret#1' qbbench bulk_rows)
+  read -r got secs <<<"$(sed -E 's/rows=([0-9]+) seconds=([0-9.]+) .*/\1 \2/' <<<"$out")"
+  ((got == rows)) || { say "bench/run.sh: the fetch loop read $got rows, not $rows"; exit 1; }
+  rates_a+=" $(awk -v n="$rows" -v s="$secs" 'BEGIN { printf "%.0f", n / s }')"
+  say "  a ($round): $out"
+  run_cli c "$work/c.qbr"
+  rates_c+=" $rate"
+  ((rss > rss_c)) && rss_c=$rss
+done
+rate_a=$(median <<<"${rates_a# }")
+rate_c=$(median <<<"${rates_c# }")
 
 # (b) the mariadb client replaying that dump
 sql -e "CREATE DATABASE qb_replay"
@@ -176,6 +189,7 @@ sql -e "DROP DATABASE qb_replay"
 # (d) straight into MariaDB
 direct="direct mode=1"$'\n'"host=127.0.0.1"$'\n'"port=$mport"$'\n'"user=$muser"$'\n'"password=$mpass"
 profile "$work/d.qbr" bulk_rows qb_direct "$direct"
+round=""
 run_cli d "$work/d.qbr"
 rate_d=$rate rss_d=$rss
 got=$(count qb_direct bulk_rows)
@@ -198,9 +212,9 @@ awk -v rows="$rows" -v small="$small" -v a="$rate_a" -v b="$rate_b" -v c="$rate_
     -v rc="$rss_c" -v rd="$rss_d" -v rcs="$rss_c_small" -v rds="$rss_d_small" 'BEGIN {
   printf "\n%d rows (int, nvarchar(100), decimal(12,2), datetime2(7), nvarchar(max) of 96 characters)\n\n", rows
   printf "  %-44s %12s\n", "run", "rows/s"
-  printf "  %-44s %12.0f\n", "a  bare ODBC fetch loop", a
+  printf "  %-44s %12.0f\n", "a  bare ODBC fetch loop (median)", a
   printf "  %-44s %12.0f\n", "b  mariadb client replaying the dump", b
-  printf "  %-44s %12.0f\n", "c  quillbridge-cli into a dump file", c
+  printf "  %-44s %12.0f\n", "c  quillbridge-cli into a dump file (median)", c
   printf "  %-44s %12.0f\n", "d  quillbridge-cli into MariaDB", d
   m = a < b ? a : b
   printf "\n  c / a        %5.2f\n", c / a
