@@ -51,7 +51,7 @@ while (($#)); do
     --build=*) build=${1#--build=}; shift ;;
     --keep) keep=$2; shift 2 ;;
     --keep=*) keep=${1#--keep=}; shift ;;
-    -h|--help) sed -n '2,30p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,32p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "bench/run.sh: unknown argument '$1' (--help)" >&2; exit 2 ;;
   esac
 done
