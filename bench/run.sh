@@ -25,8 +25,9 @@
 #   d  quillbridge-cli, the table straight into MariaDB
 #
 # and prints rows/s of each (a and c: the median of the rounds, since the
-# machine may be shared and noisy; b and d take long and run once), the ratios c/a and d/min(a,b), and the peak
-# resident memory of c and d at both sizes (wait4 rusage, /usr/bin/time). The
+# machine may be shared and noisy; b and d take long and run once), the
+# ratios c/a and d/min(a,b), and the peak resident memory of c and d at both
+# sizes (wait4 rusage, /usr/bin/time). The
 # rates of c and d are the tool's own ("Elapsed time" of its report: the
 # conversion, without start-up and connections); a and b are timed the same
 # way, from the statement to the last row.
@@ -51,7 +52,7 @@ while (($#)); do
     --build=*) build=${1#--build=}; shift ;;
     --keep) keep=$2; shift 2 ;;
     --keep=*) keep=${1#--keep=}; shift ;;
-    -h|--help) sed -n '2,32p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,33p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "bench/run.sh: unknown argument '$1' (--help)" >&2; exit 2 ;;
   esac
 done
