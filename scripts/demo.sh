@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# The main job: installs what is missing, builds, and runs the demo conversion.
+# The main job: installs what is missing, builds, and runs the demo conversion
+# (scripts/run-demo.sh: the SQL Server stand-in into a dump file, then into a
+# throwaway MariaDB).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
 ./scripts/build.sh release
-if [[ -x build/src/app/quillbridge-cli ]]; then
-  exec ./scripts/run-demo.sh
-fi
-echo "Quillbridge: the core libraries are built and tested; the demo conversion arrives with the headless runner."
+exec ./scripts/run-demo.sh "$@"

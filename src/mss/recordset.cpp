@@ -1,5 +1,10 @@
 #include "mss/recordset.h"
 
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 #include "mss/engine.h"
@@ -31,6 +36,96 @@ class odb_recordset::cache_sink final : public odb_cell_sink {
   std::vector<odb_record>& cache_;
 };
 
+// --- The reader thread ------------------------------------------------------------
+
+// Fetches batches into free blocks and queues them, until the rows end, a
+// fetch fails, or it is stopped. The caller takes the batches in order and
+// gives the blocks it is done with back.
+class odb_recordset::reader {
+ public:
+  struct batch {
+    std::vector<odb_record> records;
+    std::size_t rows = 0;
+    std::exception_ptr error;
+  };
+
+  reader(odb_fetcher& fetcher, std::vector<std::vector<odb_record>> blocks)
+      : fetcher_(fetcher), free_(std::move(blocks)), thread_([this] { run(); }) {}
+
+  ~reader() {
+    {
+      const std::lock_guard lock(mutex_);
+      stop_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+  reader(const reader&) = delete;
+  reader& operator=(const reader&) = delete;
+
+  // The next batch, once the reader has it. After the last one (no rows, or
+  // a failure) an empty batch.
+  batch take() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !filled_.empty() || done_; });
+    if (filled_.empty()) return {};
+    batch b = std::move(filled_.front());
+    filled_.pop_front();
+    lock.unlock();
+    changed_.notify_all();
+    return b;
+  }
+
+  void give_back(std::vector<odb_record> block) {
+    if (block.empty()) return;
+    {
+      const std::lock_guard lock(mutex_);
+      free_.push_back(std::move(block));
+    }
+    changed_.notify_all();
+  }
+
+ private:
+  void run() {
+    for (;;) {
+      batch b;
+      {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !free_.empty() || stop_; });
+        if (stop_) break;
+        b.records = std::move(free_.back());
+        free_.pop_back();
+      }
+      try {
+        cache_sink sink(b.records);
+        b.rows = fetcher_.fetch(sink);
+      } catch (...) {
+        b.rows = 0;
+        b.error = std::current_exception();
+      }
+      const bool last = b.rows == 0;
+      {
+        const std::lock_guard lock(mutex_);
+        filled_.push_back(std::move(b));
+        if (last) done_ = true;
+      }
+      changed_.notify_all();
+      if (last) return;
+    }
+    const std::lock_guard lock(mutex_);
+    done_ = true;
+  }
+
+  odb_fetcher& fetcher_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::vector<odb_record>> free_;
+  std::deque<batch> filled_;
+  bool stop_ = false;
+  bool done_ = false;
+  std::thread thread_;  // last: starts once the members above exist
+};
+
 // --- odb_recordset -----------------------------------------------------------------
 
 odb_recordset::odb_recordset(std::unique_ptr<odb_statement> rowset, std::wstring name, udb_database* database)
@@ -40,6 +135,7 @@ odb_recordset::odb_recordset(std::unique_ptr<odb_statement> rowset, std::wstring
 }
 
 odb_recordset::~odb_recordset() {
+  stop_reader();
   clean_cache();
   fetcher_.reset();  // unbinds before the statement goes
   rowset_.reset();
@@ -48,6 +144,7 @@ odb_recordset::~odb_recordset() {
 void odb_recordset::append_record(udb_record& /*record*/) { throw tk_mail_assertion("odb_recs", __LINE__); }
 
 void odb_recordset::set_rowset(std::unique_ptr<odb_statement> rowset) {
+  stop_reader();
   clean_cache();
   fetcher_.reset();
   rowset_ = std::move(rowset);
@@ -60,6 +157,7 @@ void odb_recordset::initialize(bool reset_schema) {
     LOG(2, "Rowset isn't defined");
     return;
   }
+  stop_reader();
   fetcher_.reset();
   columns_ = odb_describe_columns(*rowset_);
   LOG(2, "*** Got %d columns ***", static_cast<int>(columns_.size()));
@@ -125,6 +223,34 @@ void odb_recordset::prepare_cache() {
   }
 }
 
+std::vector<odb_record> odb_recordset::make_block() const {
+  // The fields as the handed-out block has them (flags synchronised with
+  // the schema included), with no values.
+  odb_record blank;
+  blank.resize(columns_.size());
+  for (std::size_t i = 0; i < columns_.size(); ++i) {
+    odb_field& field = blank[i];
+    field.name = columns_[i].name;
+    if (!cache_.empty() && i < cache_.front().size()) {
+      field.b_not_null = cache_.front()[i].b_not_null;
+      field.b_auto_num = cache_.front()[i].b_auto_num;
+    } else {
+      field.b_not_null = !columns_[i].nullable;
+      if (i < schema_.size()) field.b_auto_num = schema_[i].b_auto_num;
+    }
+  }
+  return std::vector<odb_record>(cache_size, blank);
+}
+
+void odb_recordset::start_reader() {
+  stop_reader();
+  std::vector<std::vector<odb_record>> blocks;
+  for (std::size_t i = 0; i < read_ahead_batches; ++i) blocks.push_back(make_block());
+  reader_ = std::make_unique<reader>(*fetcher_, std::move(blocks));
+}
+
+void odb_recordset::stop_reader() { reader_.reset(); }
+
 void odb_recordset::sync_field_flags() {
   for (odb_record& record : cache_) {
     for (std::size_t i = 0; i < record.size() && i < schema_.size(); ++i) {
@@ -137,6 +263,7 @@ void odb_recordset::sync_field_flags() {
 void odb_recordset::reset() {
   LOG(2, "odb_recordset::reset");
   if (rowset_ == nullptr) return;
+  stop_reader();
   if (!fresh_) {
     // A forward-only result restarts by running its statement again.
     const std::wstring text = rowset_->text();
@@ -149,7 +276,7 @@ void odb_recordset::reset() {
   position_ = 0;
   local_pos_ = 0;
   clean_cache();
-  fill_cache();
+  fill_cache();  // the first batch on the caller's thread; the reader starts with the second
 }
 
 bool odb_recordset::is_eof() { return rowset_ == nullptr || rows_obtaind_ == 0; }
@@ -165,6 +292,7 @@ void odb_recordset::next() {
   if (rows_obtaind_ == 0) throw tk_mail_assertion("odb_recs", __LINE__);  // next on an empty result
   if (local_pos_ + 1 >= rows_obtaind_) {
     clean_cache();
+    if (reader_ == nullptr && fetcher_ != nullptr) start_reader();
     fill_cache();
     local_pos_ = 0;
   } else {
@@ -177,8 +305,20 @@ void odb_recordset::fill_cache() {
   LOG(1, "odb_recordset::fill_cache");
   if (rowset_ == nullptr || fetcher_ == nullptr) throw tk_mail_assertion("odb_recs", __LINE__);
   fresh_ = false;
-  cache_sink sink(cache_);
-  rows_obtaind_ = fetcher_->fetch(sink);
+  if (reader_ != nullptr) {
+    reader::batch b = reader_->take();
+    if (b.records.empty()) {
+      rows_obtaind_ = 0;  // the rows had ended
+    } else {
+      reader_->give_back(std::move(cache_));
+      cache_ = std::move(b.records);
+      rows_obtaind_ = b.rows;
+    }
+    if (b.error) std::rethrow_exception(b.error);
+  } else {
+    cache_sink sink(cache_);
+    rows_obtaind_ = fetcher_->fetch(sink);
+  }
   LOG(1, "GetNextRows extracts %d records", static_cast<int>(rows_obtaind_));
 }
 

@@ -12,11 +12,28 @@
 // read in pieces and never cut or dropped. A value that cannot be held fails
 // its row with a tk_exception naming the table, the column and the row.
 //
+// Reading ahead: once the caller moves past the first batch (reset() reads
+// that one on the caller's thread), a reader thread of the recordset fetches
+// the following batches while the caller works on the current one, through
+// a bounded queue of read_ahead_batches blocks of 100 records (so the source
+// is read while the destination is written). The caller sees the same
+// batches in the same order, and a failure of a fetch is thrown to the
+// caller by the next() (or reset()) that asks for that batch, as the same
+// exception object, exactly where a fetch on the caller's thread would have
+// thrown it. Rows the reader fetched beyond what the caller took are dropped
+// with the rowset. The reader is stopped and joined before the rowset is
+// replaced, run again or closed, and by the destructor; it touches only the
+// statement, the fetcher and the blocks that are not handed out.
+//
 // Ownership: the recordset owns its rowset, whose session must outlive it,
-// and its cache of 100 records; a record handed out by get_item belongs to
+// and its blocks of 100 records; a record handed out by get_item belongs to
 // the recordset and is valid until the next next() or reset(). The fields of
 // a record are udb_field values (odb_field), refilled in place for every
-// batch. Thread-safety: one thread at a time, the thread of the session.
+// batch. Thread-safety: one caller thread at a time, the thread of the
+// session; from the second batch on, the statement belongs to the reader
+// thread, and the caller must not run other statements on that session (the
+// conversion runs none: a recordset is read to its end or dropped before the
+// next statement).
 #pragma once
 
 #include <cstddef>
@@ -49,6 +66,8 @@ class odb_record : public udb_record {
 class odb_recordset : public udb_recordset {
  public:
   static constexpr std::size_t cache_size = odb_fetcher::batch_rows;
+  // Blocks of cache_size records the reader may fill ahead of the caller.
+  static constexpr std::size_t read_ahead_batches = 4;
 
   // Logs "odb_recordset::ctor" and initialize(true). name names the table or
   // query in messages. A null rowset makes a recordset without rows.
@@ -87,9 +106,15 @@ class odb_recordset : public udb_recordset {
 
  private:
   class cache_sink;
+  class reader;
 
   void build_schema();
   void prepare_cache();
+  // A block of cache_size records with the fields of the columns.
+  [[nodiscard]] std::vector<odb_record> make_block() const;
+  // Starts the reader thread on the fetcher; stops and joins it.
+  void start_reader();
+  void stop_reader();
   void fill_cache();
   void clean_cache();
 
@@ -97,7 +122,8 @@ class odb_recordset : public udb_recordset {
   std::vector<odb_column> columns_;
   std::vector<std::uint16_t> tags_;
   std::unique_ptr<odb_fetcher> fetcher_;
-  std::vector<odb_record> cache_;
+  std::vector<odb_record> cache_;  // the block handed out
+  std::unique_ptr<reader> reader_;
   std::size_t local_pos_ = 0;
   std::size_t rows_obtaind_ = 0;
   bool fresh_ = false;  // the rowset was just executed and nothing was read

@@ -68,7 +68,7 @@ std::string tk_logger::path() const {
   return path_;
 }
 
-bool tk_logger::accepts(int level) {
+bool tk_logger::accepts_first(int level) {
   if (!enabled_.load(std::memory_order_relaxed)) return false;
   if (!created_.load(std::memory_order_acquire)) {
     std::lock_guard lock(mutex_);

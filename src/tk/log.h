@@ -52,7 +52,14 @@ class tk_logger : public tk_singleton<tk_logger> {
 
   // Steps before a line is formatted: false when nothing is to be written.
   // Empties the file first when logging was switched on after construction.
-  bool accepts(int level);
+  // Once the file exists this is three loads, inline: detail lines below the
+  // threshold are asked for on every row.
+  bool accepts(int level) {
+    if (created_.load(std::memory_order_acquire)) {
+      return enabled_.load(std::memory_order_relaxed) && level >= level_.load(std::memory_order_relaxed);
+    }
+    return accepts_first(level);
+  }
   // Writes one formatted line (stamp, text, CR LF) in one write().
   void write_line(std::string_view text);
 
@@ -61,6 +68,7 @@ class tk_logger : public tk_singleton<tk_logger> {
   static constexpr std::size_t wide_line_limit = 10240;
 
  private:
+  bool accepts_first(int level);
   void truncate_file();  // with mutex_ held
   void close_fd();       // with mutex_ held
 

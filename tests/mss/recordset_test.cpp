@@ -340,6 +340,39 @@ TEST_F(RecordsetBatches, AnAbandonedRecordsetLeavesTheSessionUsable) {
   EXPECT_EQ((*again->get_item())[0].to_long(), 1);
 }
 
+// Rows are read ahead of the caller; a source that goes away in the middle of
+// a table still hands out every row it delivered, in order, and the failure
+// reaches the caller from next(), once, after which the recordset is at its
+// end.
+TEST(RecordsetReadAhead, ASourceLostMidTableFailsNextAfterTheRowsItDelivered) {
+  mss_standin_options o;
+  o.bulk_rows = 1000000;
+  o.bulk_table = "qbmini.dbo.bulk_rows";
+  mss_standin server(o);
+  odb_environment env;
+  odb_connection connection = test::connect_freetds(env, server);
+  odb_recordset rs(odb_command(connection).execute_rowset(L"select * from bulk_rows"), L"[dbo].[bulk_rows]");
+  rs.reset();
+  rs.next();  // into the second batch: the reader runs
+  server.stop();
+  std::int64_t seen = 2;
+  bool in_order = true;
+  int failures = 0;
+  try {
+    for (; !rs.is_eof(); rs.next()) {
+      if ((*rs.get_item())[0].to_long() != seen) in_order = false;
+      ++seen;
+    }
+  } catch (const odb_exception&) {
+    ++failures;
+  }
+  EXPECT_EQ(failures, 1);
+  EXPECT_TRUE(in_order);
+  EXPECT_LT(seen, 1000000);
+  EXPECT_TRUE(rs.is_eof());
+  EXPECT_EQ(rs.rows_obtained(), 0U);
+}
+
 // Twenty varchar(max) columns and a value of over 5,000,000 characters: the
 // value arrives whole, and so do the other nineteen.
 TEST_F(RecordsetBatches, ALongValueAmongManyLongColumnsArrivesWhole) {
