@@ -7,7 +7,8 @@
 #    the shop fixture tests/fixtures/mss/business.json on a free port of
 #    127.0.0.1: database qbshop, seven tables in the schemas dbo and sales,
 #    views, indexes and foreign keys.
-# 2. Writes a profile that converts every table into a dump file and runs
+# 2. Writes a profile that converts every table and the views MySQL can hold
+#    (owner "dbo" stripped from names) into a dump file and runs
 #    quillbridge-cli on it: the report, then where the dump and the log are.
 # 3. Starts a throwaway MariaDB (scripts/mariadb-test-server.sh), converts the
 #    same tables straight into it with a second profile, and reads back the
@@ -88,15 +89,28 @@ EOF
 )
 ((${#tables[@]} > 0)) || { echo "run-demo: no tables found in $fixture" >&2; exit 1; }
 echo "tables: ${tables[*]}"
+# The views over tables of the schema dbo. With the schema filter "dbo" a
+# view's text loses its "dbo." and then names the converted tables; the views
+# over tables of the schema sales still name "sales.<table>", which MySQL
+# reads as a database of that name, so they are not chosen here.
+# v_best_customers is left out as well: its text opens with a comment that
+# names "Select", which the view conversion takes for the statement's start.
+# A view's definition is read from the source at run time, so the profile
+# names it only.
+views=(v_product_labels v_category_tree)
+echo "views: ${views[*]}"
 
 # A profile: $1 file, $2 destination, $3 the "MySQL settings" lines.
 write_profile() {
   {
     printf '[Generic settings]\nsrc=qbshop\ndest=%s\n' "$2"
     printf '[MS SQL Server settings]\nserver=127.0.0.1,%s\nlogin=sa\npassword=Secret#1\nwindows authentication=0\n' "$port"
+    printf 'schema=dbo\n'
     printf '[MySQL settings]\n%s' "$3"
     printf '[Selected Tables]\n'
     printf '%s\n' "${tables[@]}"
+    printf '[Selected Views]\n'
+    printf '%s=\n' "${views[@]}"
   } >"$1"
 }
 
