@@ -15,6 +15,8 @@
 // foreign keys point to it.
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <string>
 #include <tuple>
 #include <vector>
@@ -35,20 +37,19 @@ class SourceToMysql : public source_migration, public ::testing::WithParamInterf
     mss_standin_options o;
     o.fixtures = {"types.json", "business.json", "hostile.json", "minimal.json"};
     o.database = "qbshop";
-    standin_ = new mss_standin(o);
+    standin_ = std::make_unique<mss_standin>(o);
   }
   static void TearDownTestSuite() {
-    delete standin_;
-    standin_ = nullptr;
+    standin_.reset();
   }
 
   SourceToMysql() { connect_source(*standin_); }
 
   std::string run(const migration& m) { return source_migration::run(m, GetParam()); }
 
-  static mss_standin* standin_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> standin_;  // NOLINT: shared by the suite
 };
-mss_standin* SourceToMysql::standin_ = nullptr;
+std::unique_ptr<mss_standin> SourceToMysql::standin_;
 
 const std::wstring k_customer_orders =
     L"SELECT c.customer_id, c.email, COUNT(o.order_id) AS orders FROM dbo.customers c LEFT JOIN sales.orders o ON "
@@ -263,21 +264,17 @@ INSTANTIATE_TEST_SUITE_P(Release, SourceReleases,
 class SourceNamesOnServer : public source_migration {
  protected:
   static void SetUpTestSuite() {
-    mss_standin_options o;
-    o.fixtures = {"business.json"};
-    o.database = "qbshop";
-    standin_ = new mss_standin(o);
+    standin_ = std::make_unique<mss_standin>(shop_standin_options());
   }
   static void TearDownTestSuite() {
-    delete standin_;
-    standin_ = nullptr;
+    standin_.reset();
   }
 
   SourceNamesOnServer() { connect_source(*standin_); }
 
-  static mss_standin* standin_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> standin_;  // NOLINT: shared by the suite
 };
-mss_standin* SourceNamesOnServer::standin_ = nullptr;
+std::unique_ptr<mss_standin> SourceNamesOnServer::standin_;
 
 TEST_F(SourceNamesOnServer, OwnersStrippedAndTwoSameNamedTablesKeepTheirForeignKeys) {
   const migration m{L"qbshop",

@@ -13,6 +13,8 @@
 // hold.
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -114,14 +116,10 @@ bool by_first_number(const text_row& a, const text_row& b) { return std::stoll(*
 class TypeMappingsToMariaDb : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    mss_standin_options o;
-    o.fixtures = {"business.json"};
-    o.database = "qbshop";
-    standin_ = new mss_standin(o);
+    standin_ = std::make_unique<mss_standin>(shop_standin_options());
   }
   static void TearDownTestSuite() {
-    delete standin_;
-    standin_ = nullptr;
+    standin_.reset();
   }
 
   TypeMappingsToMariaDb() : server_(mariadb_server::main()), session_(server_), databases_(server_, "qb_typemap") {}
@@ -261,7 +259,7 @@ class TypeMappingsToMariaDb : public ::testing::Test {
     EXPECT_EQ(session_.rows("SELECT COUNT(*) FROM articles WHERE group_ref = 12"), (text_rows{{"0"}}));
   }
 
-  static mss_standin* standin_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> standin_;  // NOLINT: shared by the suite
   user_folders folders_;
   log_capture capture_;
   handler_and_shell ui_;
@@ -271,7 +269,7 @@ class TypeMappingsToMariaDb : public ::testing::Test {
   temp_dir dir_;
   quillbridge_convertor converter_;
 };
-mss_standin* TypeMappingsToMariaDb::standin_ = nullptr;
+std::unique_ptr<mss_standin> TypeMappingsToMariaDb::standin_;
 
 TEST_F(TypeMappingsToMariaDb, ChangedTablesStraightIntoTheServerKeepTheirRowsAndForeignKeys) {
   const std::string db = databases_.next();

@@ -19,6 +19,8 @@
 //                     refused (the run goes on with the next view).
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -113,14 +115,10 @@ int day_number(const std::string& date) {
 class ViewsToMariaDb : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    mss_standin_options o;
-    o.fixtures = {"business.json"};
-    o.database = "qbshop";
-    standin_ = new mss_standin(o);
+    standin_ = std::make_unique<mss_standin>(shop_standin_options());
   }
   static void TearDownTestSuite() {
-    delete standin_;
-    standin_ = nullptr;
+    standin_.reset();
   }
 
   ViewsToMariaDb() : server_(mariadb_server::main()), session_(server_), databases_(server_, "qb_views") {
@@ -270,7 +268,7 @@ class ViewsToMariaDb : public ::testing::Test {
     }
   }
 
-  static mss_standin* standin_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> standin_;  // NOLINT: shared by the suite
   user_folders folders_;
   log_capture capture_;
   handler_and_shell ui_;
@@ -280,7 +278,7 @@ class ViewsToMariaDb : public ::testing::Test {
   temp_dir dir_;
   quillbridge_convertor converter_;
 };
-mss_standin* ViewsToMariaDb::standin_ = nullptr;
+std::unique_ptr<mss_standin> ViewsToMariaDb::standin_;
 
 TEST_F(ViewsToMariaDb, StraightIntoTheServerEveryViewButOneAnswersAsTheFixtureSays) {
   converter_.mysql_converter_impl::host = server_.host();

@@ -4,6 +4,8 @@
 // release of SQL Server lets it read.
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <string>
 #include <vector>
 
@@ -26,10 +28,9 @@ constexpr std::uint32_t mode_read = 1;
 
 class MssDatabase : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { server_ = new mss_standin(test::all_fixtures()); }
+  static void SetUpTestSuite() { server_ = std::make_unique<mss_standin>(test::all_fixtures()); }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
   MssDatabase() { test::connect_engine(engine_, *server_); }
 
@@ -38,11 +39,11 @@ class MssDatabase : public ::testing::Test {
     return test::open_source(engine_, name, mode, schema);
   }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   test::view_owned_restorer view_owned_;
   mss_engine engine_;
 };
-mss_standin* MssDatabase::server_ = nullptr;
+std::unique_ptr<mss_standin> MssDatabase::server_;
 
 // --- Tables ---------------------------------------------------------------------------
 

@@ -3,6 +3,8 @@
 // may be opened, opening one, and the safe form of table names.
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <string>
 #include <vector>
 
@@ -21,20 +23,19 @@ using test::server_of;
 
 class MssEngineServices : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { server_ = new mss_standin(test::all_fixtures()); }
+  static void SetUpTestSuite() { server_ = std::make_unique<mss_standin>(test::all_fixtures()); }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
   void connect(const std::wstring& user = L"sa", const std::wstring& password = L"Secret#1") {
     test::connect_engine(engine_, *server_, user, password);
   }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   test::view_owned_restorer view_owned_;
   mss_engine engine_;
 };
-mss_standin* MssEngineServices::server_ = nullptr;
+std::unique_ptr<mss_standin> MssEngineServices::server_;
 
 TEST_F(MssEngineServices, ListsTheDatabasesOfTheServer) {
   connect();

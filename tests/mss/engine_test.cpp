@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <string>
 #include <vector>
 
@@ -36,17 +38,16 @@ mss_standin_options types_server(const std::string& version = {}) {
 
 class MssEngine : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { server_ = new mss_standin(types_server()); }
+  static void SetUpTestSuite() { server_ = std::make_unique<mss_standin>(types_server()); }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
   static std::wstring server() { return server_of(*server_); }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   log_capture log_;
 };
-mss_standin* MssEngine::server_ = nullptr;
+std::unique_ptr<mss_standin> MssEngine::server_;
 
 TEST_F(MssEngine, SqlLoginConnectsAndReadsVersionAndDatabases) {
   mss_engine engine;
@@ -336,18 +337,17 @@ TEST(MssVersionCode, ACustomVersionTextThroughTheServer) {
 
 class DriverOrder : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { server_ = new mss_standin(types_server()); }
+  static void SetUpTestSuite() { server_ = std::make_unique<mss_standin>(types_server()); }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
   static std::wstring library() { return wide(freetds_library()); }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   odb_environment env_;
   log_capture log_;
 };
-mss_standin* DriverOrder::server_ = nullptr;
+std::unique_ptr<mss_standin> DriverOrder::server_;
 
 TEST_F(DriverOrder, WithoutMicrosoftDriversFreeTdsAnswersAndIsNotNative) {
   odb_initializer init;

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <set>
 #include <string>
 
@@ -163,11 +165,10 @@ class ServerMessages : public ::testing::Test {
     mss_standin_options o;
     o.fixtures = {"types.json"};
     o.database = "qbtypes";
-    server_ = new mss_standin(o);
+    server_ = std::make_unique<mss_standin>(o);
   }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
 
   // The failure of running the statement on a connection of the user.
@@ -197,11 +198,11 @@ class ServerMessages : public ::testing::Test {
     return odb_exception(std::string("no failure"));
   }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   test::log_capture log_;
   shown_errors shown_;
 };
-mss_standin* ServerMessages::server_ = nullptr;
+std::unique_ptr<mss_standin> ServerMessages::server_;
 
 TEST_F(ServerMessages, WrongPasswordReadsInvalidUserNameOrPassword) {
   const odb_exception e = login_failure("sa", "wrong", "qbtypes");

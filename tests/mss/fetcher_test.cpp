@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <string>
 #include <vector>
 
@@ -33,11 +35,10 @@ class Fetcher : public ::testing::Test {
     mss_standin_options o;
     o.fixtures = {"types.json"};
     o.database = "qbtypes";
-    server_ = new mss_standin(o);
+    server_ = std::make_unique<mss_standin>(o);
   }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
   Fetcher() : connection_(test::connect_freetds(env_, *server_)) { connection_.run(L"SET TEXTSIZE 2147483647"); }
 
@@ -51,11 +52,11 @@ class Fetcher : public ::testing::Test {
     }
   }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   odb_environment env_;
   odb_connection connection_;
 };
-mss_standin* Fetcher::server_ = nullptr;
+std::unique_ptr<mss_standin> Fetcher::server_;
 
 // --- Column types --------------------------------------------------------------
 
@@ -369,19 +370,17 @@ class Batches : public ::testing::Test {
       {"name": "qbrows", "schemas": [{"name": "dbo", "tables": [)" +
                              numbered_table("t_0", 0) + "," + numbered_table("t_100", 100) + "," +
                              numbered_table("t_250", 250) + "," + numbered_table("t_big", 100000) + "]}]}]}";
-    file_ = new fixture_file(json);
+    file_ = std::make_unique<fixture_file>(json);
     mss_standin_options o;
     o.fixtures = {file_->path()};
     o.database = "qbrows";
     o.bulk_rows = 100000;
     o.bulk_table = "qbrows.dbo.bulk_rows";
-    server_ = new mss_standin(o);
+    server_ = std::make_unique<mss_standin>(o);
   }
   static void TearDownTestSuite() {
-    delete server_;
-    delete file_;
-    server_ = nullptr;
-    file_ = nullptr;
+    server_.reset();
+    file_.reset();
   }
   Batches() : connection_(test::connect_freetds(env_, *server_)) {}
 
@@ -401,13 +400,13 @@ class Batches : public ::testing::Test {
     return b;
   }
 
-  static fixture_file* file_;   // NOLINT: shared by the suite
-  static mss_standin* server_;  // NOLINT
+  static std::unique_ptr<fixture_file> file_;   // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT
   odb_environment env_;
   odb_connection connection_;
 };
-fixture_file* Batches::file_ = nullptr;
-mss_standin* Batches::server_ = nullptr;
+std::unique_ptr<fixture_file> Batches::file_;
+std::unique_ptr<mss_standin> Batches::server_;
 
 TEST_F(Batches, AnEmptyResultEndsAtOnce) {
   const fetched_table t = fetch_all(connection_, L"select * from t_0");

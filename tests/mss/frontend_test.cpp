@@ -4,6 +4,8 @@
 // schemas, whether a query is accepted).
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <string>
 #include <vector>
 
@@ -21,10 +23,9 @@ using strings = std::vector<std::string>;
 
 class MssFrontEnd : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { server_ = new mss_standin(test::all_fixtures()); }
+  static void SetUpTestSuite() { server_ = std::make_unique<mss_standin>(test::all_fixtures()); }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
   MssFrontEnd() { test::connect_engine(engine_, *server_); }
 
@@ -59,11 +60,11 @@ class MssFrontEnd : public ::testing::Test {
     return db->test_query(text);
   }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   test::view_owned_restorer view_owned_;
   mss_engine engine_;
 };
-mss_standin* MssFrontEnd::server_ = nullptr;
+std::unique_ptr<mss_standin> MssFrontEnd::server_;
 
 TEST_F(MssFrontEnd, AllTablesThroughTheSchemaFilter) {
   log_capture log(2);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -27,16 +29,15 @@ class OdbcLayer : public ::testing::Test {
     mss_standin_options o;
     o.fixtures = {"types.json"};
     o.database = "qbtypes";
-    server_ = new mss_standin(o);
+    server_ = std::make_unique<mss_standin>(o);
   }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   odb_environment env_;
 };
-mss_standin* OdbcLayer::server_ = nullptr;
+std::unique_ptr<mss_standin> OdbcLayer::server_;
 
 TEST_F(OdbcLayer, EnvironmentListsTheFreeTdsDriver) {
   const std::vector<std::wstring> drivers = env_.drivers();

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <string>
 #include <vector>
 
@@ -25,11 +27,10 @@ class Recordset : public ::testing::Test {
     mss_standin_options o;
     o.fixtures = {"types.json"};
     o.database = "qbtypes";
-    server_ = new mss_standin(o);
+    server_ = std::make_unique<mss_standin>(o);
   }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
   Recordset() : connection_(test::connect_freetds(env_, *server_)) { connection_.run(L"SET TEXTSIZE 2147483647"); }
 
@@ -45,11 +46,11 @@ class Recordset : public ::testing::Test {
     return rows;
   }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   odb_environment env_;
   odb_connection connection_;
 };
-mss_standin* Recordset::server_ = nullptr;
+std::unique_ptr<mss_standin> Recordset::server_;
 
 struct expected_ftd {
   const wchar_t* name;
@@ -262,20 +263,18 @@ class RecordsetBatches : public ::testing::Test {
     std::string hundred = R"J({"name": "t_100", "columns": [{"name": "id", "type": "int", "nullable": false}], "rows": [)J";
     for (int i = 1; i <= 100; ++i) hundred += (i == 1 ? "[" : ",[") + std::to_string(i) + "]";
     hundred += "]}";
-    file_ = new fixture_file(R"J({"server": {"users": [{"name": "sa", "password": "Secret#1"}]}, "databases": [
+    file_ = std::make_unique<fixture_file>(R"J({"server": {"users": [{"name": "sa", "password": "Secret#1"}]}, "databases": [
       {"name": "qbrows", "schemas": [{"name": "dbo", "tables": [)J" + wide + "," + hundred + "]}]}]}");
     mss_standin_options o;
     o.fixtures = {file_->path()};
     o.database = "qbrows";
     o.bulk_rows = 100000;
     o.bulk_table = "qbrows.dbo.bulk_rows";
-    server_ = new mss_standin(o);
+    server_ = std::make_unique<mss_standin>(o);
   }
   static void TearDownTestSuite() {
-    delete server_;
-    delete file_;
-    server_ = nullptr;
-    file_ = nullptr;
+    server_.reset();
+    file_.reset();
   }
   RecordsetBatches() : connection_(test::connect_freetds(env_, *server_)) {
     connection_.run(L"SET TEXTSIZE 2147483647");
@@ -284,13 +283,13 @@ class RecordsetBatches : public ::testing::Test {
     return std::make_unique<odb_recordset>(odb_command(connection_).execute_rowset(sql), L"[dbo].[t]");
   }
 
-  static fixture_file* file_;   // NOLINT: shared by the suite
-  static mss_standin* server_;  // NOLINT
+  static std::unique_ptr<fixture_file> file_;   // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT
   odb_environment env_;
   odb_connection connection_;
 };
-fixture_file* RecordsetBatches::file_ = nullptr;
-mss_standin* RecordsetBatches::server_ = nullptr;
+std::unique_ptr<fixture_file> RecordsetBatches::file_;
+std::unique_ptr<mss_standin> RecordsetBatches::server_;
 
 TEST_F(RecordsetBatches, AfterExactlyOneHundredRowsNextFetchesNoneAndIsAtTheEnd) {
   auto rs = open(L"select id from t_100 order by id");

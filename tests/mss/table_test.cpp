@@ -4,6 +4,8 @@
 // queries; defaults read from their stored form.
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -32,10 +34,9 @@ constexpr std::uint32_t mode_read = 1;
 
 class MssTable : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { server_ = new mss_standin(test::all_fixtures()); }
+  static void SetUpTestSuite() { server_ = std::make_unique<mss_standin>(test::all_fixtures()); }
   static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
+    server_.reset();
   }
   // The tables of every schema are read: the database lists them all (with
   // "view owned" it would list those of dbo, and know the column types of
@@ -72,13 +73,13 @@ class MssTable : public ::testing::Test {
     EXPECT_EQ(describe_rows(rows), plain(database, L"SELECT * FROM " + engine_.get_safe_tname(name)));
   }
 
-  static mss_standin* server_;  // NOLINT: shared by the suite
+  static std::unique_ptr<mss_standin> server_;  // NOLINT: shared by the suite
   test::view_owned_restorer view_owned_;
   mss_engine engine_;
   odb_environment env_;
   std::unique_ptr<mss_database> db_;
 };
-mss_standin* MssTable::server_ = nullptr;
+std::unique_ptr<mss_standin> MssTable::server_;
 
 // --- Schemas of every type ------------------------------------------------------------------
 

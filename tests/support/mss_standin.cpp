@@ -156,4 +156,11 @@ std::string mss_standin::connection_string(const std::string& user, const std::s
 
 std::string mss_standin::log() const { return read_file(dir_.file("server.log")); }
 
+mss_standin_options shop_standin_options() {
+  mss_standin_options o;
+  o.fixtures = {"business.json"};
+  o.database = "qbshop";
+  return o;
+}
+
 }  // namespace qb::test

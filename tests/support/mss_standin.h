@@ -81,6 +81,10 @@ class mss_standin {
   int exit_status_ = -1;
 };
 
+// The options of a stand-in serving the shop fixture (business.json), with
+// its database qbshop as the login's database.
+mss_standin_options shop_standin_options();
+
 // The path of a fixture file in tests/fixtures/mss/.
 std::string mss_fixture_path(const std::string& name);
 
