@@ -77,17 +77,13 @@ else
 fi
 mkdir -p "$work/standin" "$work/mariadb" "$work/home"
 
-standin_pid=""
+# shellcheck source=../scripts/standin-lib.sh
+source scripts/standin-lib.sh
 mariadb_started=0
 cleanup() {
   local rc=$?
   trap - EXIT INT TERM
-  if [[ -n "$standin_pid" ]] && kill -0 "$standin_pid" 2>/dev/null; then
-    kill -TERM "$standin_pid" 2>/dev/null || true
-    for _ in $(seq 100); do kill -0 "$standin_pid" 2>/dev/null || break; sleep 0.1; done
-    kill -KILL "$standin_pid" 2>/dev/null || true
-    wait "$standin_pid" 2>/dev/null || true
-  fi
+  standin_stop
   ((mariadb_started)) && ./scripts/mariadb-test-server.sh stop "$work/mariadb" >/dev/null 2>&1
   [[ -z "$keep" ]] && rm -rf -- "$work"
   exit "$rc"
@@ -103,16 +99,8 @@ cat >"$work/standin/bench.json" <<EOF
   {"name": "bulk_rows", "generated": {"rows": $rows}},
   {"name": "bulk_small", "generated": {"rows": $small}}]}]}]}
 EOF
-python3 tests/mss_standin/server.py --port 0 --port-file "$work/standin/port" \
-  --fixture tests/fixtures/mss/minimal.json --fixture "$work/standin/bench.json" \
-  >"$work/standin/server.log" 2>&1 &
-standin_pid=$!
-for _ in $(seq 600); do
-  [[ -s "$work/standin/port" ]] && break
-  kill -0 "$standin_pid" 2>/dev/null || { cat "$work/standin/server.log" >&2; exit 1; }
-  sleep 0.1
-done
-sport=$(cat "$work/standin/port")
+standin_start "$work/standin" --fixture tests/fixtures/mss/minimal.json --fixture "$work/standin/bench.json"
+sport=$standin_port
 ./scripts/mariadb-test-server.sh start "$work/mariadb" >/dev/null
 mariadb_started=1
 get() { sed -n "s/^$1=//p" "$work/mariadb/server.state"; }

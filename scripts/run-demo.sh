@@ -34,17 +34,13 @@ rm -rf -- "$out/home" "$out/config" "$out/standin" "$out/mariadb"
 rm -f -- "$out"/*.qbr "$out"/*.log "$out"/*.sql
 mkdir -p "$out/home" "$out/config" "$out/standin" "$out/mariadb"
 
-standin_pid=""
+# shellcheck source=standin-lib.sh
+source scripts/standin-lib.sh
 mariadb_started=0
 cleanup() {
   local rc=$?
   trap - EXIT INT TERM
-  if [[ -n "$standin_pid" ]] && kill -0 "$standin_pid" 2>/dev/null; then
-    kill -TERM "$standin_pid" 2>/dev/null || true
-    for _ in $(seq 100); do kill -0 "$standin_pid" 2>/dev/null || break; sleep 0.1; done
-    kill -KILL "$standin_pid" 2>/dev/null || true
-    wait "$standin_pid" 2>/dev/null || true
-  fi
+  standin_stop
   if ((mariadb_started)); then
     ./scripts/mariadb-test-server.sh stop "$out/mariadb" >/dev/null 2>&1 || true
   fi
@@ -63,16 +59,8 @@ section() { printf '\n==== %s ====\n\n' "$*"; }
 # --- the source ----------------------------------------------------------
 section "Starting the SQL Server stand-in"
 fixture=$repo/tests/fixtures/mss/business.json
-python3 tests/mss_standin/server.py --port 0 --port-file "$out/standin/port" \
-  --fixture "$fixture" >"$out/standin/server.log" 2>&1 &
-standin_pid=$!
-for _ in $(seq 600); do
-  [[ -s "$out/standin/port" ]] && break
-  kill -0 "$standin_pid" 2>/dev/null || { cat "$out/standin/server.log" >&2; echo "run-demo: the stand-in did not start" >&2; exit 1; }
-  sleep 0.1
-done
-[[ -s "$out/standin/port" ]] || { echo "run-demo: the stand-in did not listen within a minute" >&2; exit 1; }
-port=$(cat "$out/standin/port")
+standin_start "$out/standin" --fixture "$fixture"
+port=$standin_port
 echo "SQL Server stand-in (TDS 7.4) on 127.0.0.1:$port, pid $standin_pid"
 echo "fixture: ${fixture#"$repo"/} (database qbshop)"
 
