@@ -21,6 +21,7 @@
 #include "udb/profile.h"
 
 #include "app_fixtures.h"
+#include "mariadb_runs.h"
 #include "support/mariadb_server.h"
 #include "support/temp_dir.h"
 
@@ -219,62 +220,7 @@ TEST_F(TypeMappings, ProfileChangesReachAnInMemoryDestination) {
 
 // --- through a dump file into the test server ----------------------------------------
 
-// Runs the stock client with the file as its input; its exit status and
-// everything it wrote.
-std::pair<int, std::string> replay(const mariadb_server& server, const std::string& database, const std::string& file) {
-  const mariadb_account& account = server.account();
-  const std::string command = "mariadb --no-defaults --protocol=TCP -h'" + server.host() + "' -P" +
-                              std::to_string(server.port()) + " -u'" + account.user + "' -p'" + account.password +
-                              "' --show-warnings '" + database + "' < '" + file + "' 2>&1";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (pipe == nullptr) return {-1, "popen failed"};
-  std::string output;
-  char buffer[4096];
-  std::size_t n = 0;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
-  return {::pclose(pipe), output};
-}
-
-class server_session {
- public:
-  explicit server_session(const mariadb_server& server) {
-    sql_client_library_init();
-    connection_.reset(mysql_init(nullptr));
-    mysql_options(connection_.get(), MYSQL_SET_CHARSET_NAME, "utf8mb4");
-    const mariadb_account& account = server.account();
-    if (mysql_real_connect(connection_.get(), server.host().c_str(), account.user.c_str(), account.password.c_str(),
-                           nullptr, static_cast<unsigned>(server.port()), nullptr, 0) == nullptr) {
-      throw sql_exception(connection_.get());
-    }
-  }
-  void run(const std::string& statement) { sql_run(connection_.get(), statement); }
-  // The MySQL error number of the statement, 0 when it succeeds.
-  unsigned error_of(const std::string& statement) {
-    try {
-      run(statement);
-    } catch (const sql_exception& e) {
-      return e.error_number();
-    }
-    return 0;
-  }
-  std::vector<std::vector<std::string>> rows(const std::string& statement) {
-    sql_stream stream(connection_.get(), statement);
-    std::vector<std::vector<std::string>> all;
-    while (stream.next()) {
-      std::vector<std::string> row;
-      for (unsigned i = 0; i < stream.field_count(); ++i) {
-        row.emplace_back(stream.is_null(i) ? std::string("NULL") : std::string(stream.field(i)));
-      }
-      all.push_back(std::move(row));
-    }
-    return all;
-  }
-
- private:
-  sql_connection_ptr connection_;
-};
-
-using table_rows = std::vector<std::vector<std::string>>;
+using table_rows = text_rows;
 
 TEST_F(TypeMappings, ProfileChangesReachTheServerThroughADumpFile) {
   dump_target target(converter.mysql_engine());
@@ -294,12 +240,12 @@ TEST_F(TypeMappings, ProfileChangesReachTheServerThroughADumpFile) {
 
   const mariadb_server& server = mariadb_server::main();
   const std::string database = "qb_mappings_" + std::to_string(::getpid());
-  server_session session(server);
+  mariadb_session session(server);
   session.run("DROP DATABASE IF EXISTS `" + database + "`");
   session.run("CREATE DATABASE `" + database + "` CHARACTER SET utf8mb4");
-  const auto [status, output] = replay(server, database, file);
-  ASSERT_EQ(status, 0) << output;
-  EXPECT_EQ(output.find("ERROR"), std::string::npos) << output;
+  const replay_outcome replayed = replay_dump(server, database, file, false);
+  ASSERT_EQ(replayed.exit_code, 0) << replayed.output;
+  EXPECT_EQ(replayed.output.find("ERROR"), std::string::npos) << replayed.output;
 
   session.run("USE `" + database + "`");
   EXPECT_EQ(
@@ -313,7 +259,7 @@ TEST_F(TypeMappings, ProfileChangesReachTheServerThroughADumpFile) {
   EXPECT_EQ(session.rows("SELECT id, client, note, qty FROM purchase_orders ORDER BY id"),
             (table_rows{{"10", "Ann", "first order", "2147483647"},
                         {"11", "Bør", "naïve – ünïcode", "-5"},
-                        {"12", "NULL", "no customer", "0"}}));
+                        {"12", std::nullopt, "no customer", "0"}}));
   EXPECT_EQ(session.rows("SELECT TABLE_NAME FROM information_schema.TABLES WHERE TABLE_SCHEMA = DATABASE() ORDER BY "
                          "TABLE_NAME"),
             (table_rows{{"customers"}, {"items"}, {"purchase_orders"}}));
