@@ -71,6 +71,8 @@ class sink {
       *p_++ = static_cast<typename Str::value_type>(c);
     }
   }
+  // A character below 0x80: one unit in every output.
+  void ascii(Ch c) { *p_++ = static_cast<typename Str::value_type>(c); }
   void escaped(char c) {
     *p_++ = '\\';
     *p_++ = c;
@@ -95,6 +97,28 @@ void log_mask(Ch c) {
 // text from the source (a default value) with its doubled quotes kept.
 enum class quote_pairs { escape, keep };
 
+// The ASCII characters that go out as they are: all but the quote, the
+// backslash, NUL and CR.
+constexpr bool plain_ascii(std::uint32_t c) { return c < 0x80 && c != '\'' && c != '\\' && c != 0 && c != '\r'; }
+
+struct plain_ascii_table {
+  bool plain[128] = {};
+  constexpr plain_ascii_table() {
+    for (std::uint32_t c = 0; c < 128; ++c) plain[c] = plain_ascii(c);
+  }
+};
+constexpr plain_ascii_table plain_table;
+
+// The code of a character, narrow ones taken as unsigned bytes.
+template <class Ch>
+std::uint32_t code_of(Ch c) {
+  if constexpr (sizeof(Ch) == 1) {
+    return static_cast<unsigned char>(c);
+  } else {
+    return static_cast<std::uint32_t>(c);
+  }
+}
+
 // The escaped body of a text literal (see the header for the rules).
 template <quote_pairs Pairs, class Str, class Ch>
 void escape_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* note) {
@@ -102,6 +126,11 @@ void escape_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* not
   const std::size_t n = text.size();
   for (std::size_t i = 0; i < n; ++i) {
     const Ch c = text[i];
+    const std::uint32_t code = code_of(c);
+    if (code < 128 && plain_table.plain[code]) {
+      s.ascii(c);  // the common case, without the cases below
+      continue;
+    }
     switch (c) {
       case Ch('\''):
         if (Pairs == quote_pairs::keep && i + 1 < n && text[i + 1] == Ch('\'')) {
