@@ -71,8 +71,10 @@ class sink {
       *p_++ = static_cast<typename Str::value_type>(c);
     }
   }
-  // A character below 0x80: one unit in every output.
-  void ascii(Ch c) { *p_++ = static_cast<typename Str::value_type>(c); }
+  // Where the next unit goes, for a caller that writes a run of units itself
+  // (one unit a character below 0x80 in every output) and then moves on.
+  typename Str::value_type* position() const { return p_; }
+  void move_to(typename Str::value_type* p) { p_ = p; }
   void escaped(char c) {
     *p_++ = '\\';
     *p_++ = c;
@@ -119,17 +121,30 @@ std::uint32_t code_of(Ch c) {
   }
 }
 
+template <class Ch>
+bool is_plain(Ch c) {
+  const std::uint32_t code = code_of(c);
+  return code < 128 && plain_table.plain[code];
+}
+
 // The escaped body of a text literal (see the header for the rules).
 template <quote_pairs Pairs, class Str, class Ch>
 void escape_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* note) {
   sink<Str, Ch> s(out, text.size());
   const std::size_t n = text.size();
   for (std::size_t i = 0; i < n; ++i) {
-    const Ch c = text[i];
-    const std::uint32_t code = code_of(c);
-    if (code < 128 && plain_table.plain[code]) {
-      s.ascii(c);  // the common case, without the cases below
-      continue;
+    Ch c = text[i];
+    if (is_plain(c)) {
+      // The common case: a run of characters that go out as they are,
+      // written through a local pointer the compiler keeps in a register.
+      auto* p = s.position();
+      do {
+        *p++ = static_cast<std::remove_pointer_t<decltype(p)>>(c);
+        if (++i == n) break;
+        c = text[i];
+      } while (is_plain(c));
+      s.move_to(p);
+      if (i == n) break;
     }
     switch (c) {
       case Ch('\''):
