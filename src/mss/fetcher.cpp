@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "mss/timestamp.h"
 #include "mss/utf16.h"
 #include "tk/exception.h"
 #include "tk/format.h"
@@ -32,21 +33,12 @@ T load(const unsigned char* data) {
   return value;
 }
 
-// Appends n decimal digits of value, zero-padded.
-char* put_digits(char* out, unsigned value, int n) {
-  for (int i = n - 1; i >= 0; --i) {
-    out[i] = static_cast<char>('0' + value % 10);
-    value /= 10;
-  }
-  return out + n;
-}
-
 // Dates and times keep six fraction digits: a seventh (datetime2, time and
 // datetimeoffset carry 100 ns) is cut, as MariaDB cuts what its DATETIME(6)
 // cannot hold. Rounding it instead would carry 23:59:59.9999999 into a
 // midnight of the same day, because the parser wraps the clock without
 // carrying into the date.
-constexpr int max_fraction_digits = 6;
+constexpr int max_fraction_digits = odb_max_fraction_digits;
 
 // Cuts the fraction of a date or time text to max_fraction_digits, keeping
 // what follows it (a time-zone offset).
@@ -60,35 +52,6 @@ std::string_view cut_fraction(std::string_view text, std::string& buffer) {
   buffer.assign(text.substr(0, dot + 1 + max_fraction_digits));
   buffer.append(text.substr(end));
   return buffer;
-}
-
-// SQL Server's text of a date ("2024-02-29") or a date and time
-// ("2024-02-29 12:34:56.1234567" with as many fraction digits as the
-// column's scale).
-std::string_view timestamp_text(const SQL_TIMESTAMP_STRUCT& t, bool date_only, int scale, char (&buffer)[40]) {
-  char* p = buffer;
-  p = put_digits(p, static_cast<unsigned>(t.year), 4);
-  *p++ = '-';
-  p = put_digits(p, t.month, 2);
-  *p++ = '-';
-  p = put_digits(p, t.day, 2);
-  if (!date_only) {
-    *p++ = ' ';
-    p = put_digits(p, t.hour, 2);
-    *p++ = ':';
-    p = put_digits(p, t.minute, 2);
-    *p++ = ':';
-    p = put_digits(p, t.second, 2);
-    if (scale > 0) {
-      *p++ = '.';
-      char nine[9];
-      put_digits(nine, static_cast<unsigned>(t.fraction), 9);
-      const int n = std::min(scale, max_fraction_digits);
-      std::memcpy(p, nine, static_cast<std::size_t>(n));
-      p += n;
-    }
-  }
-  return {buffer, static_cast<std::size_t>(p - buffer)};
 }
 
 // "6F9619FF-8B86-D011-B42D-00C04FC964FF".
@@ -313,11 +276,10 @@ void odb_fetcher::decode(const slot& s, const unsigned char* data, SQLLEN indica
       break;
     case kind::date:
     case kind::timestamp: {
-      char buffer[40];
-      const std::string_view text = timestamp_text(load<SQL_TIMESTAMP_STRUCT>(data), s.how == kind::date,
-                                                   columns_[column].decimal_digits, buffer);
-      value = ole_variant::from_string(text, ole_variant::vt_date);
-      size = static_cast<std::uint32_t>(2 * text.size());
+      const bool date_only = s.how == kind::date;
+      const int scale = columns_[column].decimal_digits;
+      value = odb_date_value(load<SQL_TIMESTAMP_STRUCT>(data), date_only, scale);
+      size = static_cast<std::uint32_t>(2 * odb_timestamp_text_size(date_only, scale));
       break;
     }
     case kind::ascii: {

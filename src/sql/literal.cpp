@@ -71,6 +71,10 @@ class sink {
       *p_++ = static_cast<typename Str::value_type>(c);
     }
   }
+  // Where the next unit goes, for a caller that writes a run of units itself
+  // (one unit a character below 0x80 in every output) and then moves on.
+  typename Str::value_type* position() const { return p_; }
+  void move_to(typename Str::value_type* p) { p_ = p; }
   void escaped(char c) {
     *p_++ = '\\';
     *p_++ = c;
@@ -95,13 +99,53 @@ void log_mask(Ch c) {
 // text from the source (a default value) with its doubled quotes kept.
 enum class quote_pairs { escape, keep };
 
+// The ASCII characters that go out as they are: all but the quote, the
+// backslash, NUL and CR.
+constexpr bool plain_ascii(std::uint32_t c) { return c < 0x80 && c != '\'' && c != '\\' && c != 0 && c != '\r'; }
+
+struct plain_ascii_table {
+  bool plain[128] = {};
+  constexpr plain_ascii_table() {
+    for (std::uint32_t c = 0; c < 128; ++c) plain[c] = plain_ascii(c);
+  }
+};
+constexpr plain_ascii_table plain_table;
+
+// The code of a character, narrow ones taken as unsigned bytes.
+template <class Ch>
+std::uint32_t code_of(Ch c) {
+  if constexpr (sizeof(Ch) == 1) {
+    return static_cast<unsigned char>(c);
+  } else {
+    return static_cast<std::uint32_t>(c);
+  }
+}
+
+template <class Ch>
+bool is_plain(Ch c) {
+  const std::uint32_t code = code_of(c);
+  return code < 128 && plain_table.plain[code];
+}
+
 // The escaped body of a text literal (see the header for the rules).
 template <quote_pairs Pairs, class Str, class Ch>
 void escape_into(Str& out, std::basic_string_view<Ch> text, sql_render_note* note) {
   sink<Str, Ch> s(out, text.size());
   const std::size_t n = text.size();
   for (std::size_t i = 0; i < n; ++i) {
-    const Ch c = text[i];
+    Ch c = text[i];
+    if (is_plain(c)) {
+      // The common case: a run of characters that go out as they are,
+      // written through a local pointer the compiler keeps in a register.
+      auto* p = s.position();
+      do {
+        *p++ = static_cast<std::remove_pointer_t<decltype(p)>>(c);
+        if (++i == n) break;
+        c = text[i];
+      } while (is_plain(c));
+      s.move_to(p);
+      if (i == n) break;
+    }
     switch (c) {
       case Ch('\''):
         if (Pairs == quote_pairs::keep && i + 1 < n && text[i + 1] == Ch('\'')) {

@@ -89,3 +89,56 @@ TEST(OdbUtf16Decoder, PiecesOfOneUnitEachGiveTheWholeText) {
 
 }  // namespace
 }  // namespace qb
+
+namespace qb {
+namespace {
+
+// The decoding written out unit by unit, as the rules say.
+std::wstring reference_decode(const std::u16string& units) {
+  std::wstring out;
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    const char32_t u = units[i];
+    if (u >= 0xD800 && u <= 0xDBFF && i + 1 < units.size() && units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF) {
+      out += static_cast<wchar_t>(0x10000 + ((u - 0xD800) << 10) + (units[i + 1] - 0xDC00));
+      ++i;
+    } else {
+      out += static_cast<wchar_t>(u);
+    }
+  }
+  return out;
+}
+
+TEST(OdbUtf16, SurrogatesAtEveryPlaceOfLongRunsDecode) {
+  // Runs long enough to be read in blocks, with a pair, a lone high, a lone
+  // low and a pair cut by the end at every position.
+  const std::u16string base = u"abcdefghijklmnopqrstuvwxyz\u00e4\u20ac0123456789ABCDEFGHIJ";
+  const std::u16string inserts[] = {u"\xD83D\xDE00", std::u16string(1, u'\xD800'), std::u16string(1, u'\xDC00'),
+                                    u"\xDBFF\xDFFF"};
+  for (const std::u16string& insert : inserts) {
+    for (std::size_t at = 0; at <= base.size(); ++at) {
+      std::u16string units = base;
+      units.insert(at, insert);
+      ASSERT_EQ(decode(units), reference_decode(units)) << "at " << at;
+      std::wstring appended = L"x";
+      odb_append_from_utf16(appended, reinterpret_cast<const SQLWCHAR*>(units.data()), units.size());
+      ASSERT_EQ(appended, L"x" + reference_decode(units)) << "at " << at;
+    }
+  }
+  const std::u16string cut = base + u'\xD83D';  // a high surrogate last: kept as it is
+  EXPECT_EQ(decode(cut), reference_decode(cut));
+  EXPECT_EQ(decode(cut).back(), static_cast<wchar_t>(0xD83D));
+}
+
+TEST(OdbUtf16Decoder, PairSplitBetweenLongPiecesIsJoined) {
+  const std::u16string first = std::u16string(40, u'a') + u'\xD83D';
+  const std::u16string second = u'\xDE00' + std::u16string(40, u'b');
+  odb_utf16_decoder decoder;
+  std::wstring out;
+  decoder.append(out, reinterpret_cast<const SQLWCHAR*>(first.data()), first.size());
+  decoder.append(out, reinterpret_cast<const SQLWCHAR*>(second.data()), second.size());
+  decoder.finish(out);
+  EXPECT_EQ(out, std::wstring(40, L'a') + L"\U0001F600" + std::wstring(40, L'b'));
+}
+
+}  // namespace
+}  // namespace qb

@@ -398,3 +398,73 @@ TEST(SqlGetVariant, WideFormIsTheTwin) {
 
 }  // namespace
 }  // namespace qb
+
+namespace qb {
+namespace {
+
+// The escaped body as the rules say, written out character by character.
+std::string reference_escape(std::wstring_view text) {
+  std::string out;
+  for (const wchar_t c : text) {
+    switch (c) {
+      case L'\'': out += "\\'"; break;
+      case L'\\': out += "\\\\"; break;
+      case L'\0': out += "\\0"; break;
+      case L'\r': out += "\\r"; break;
+      default: {
+        const auto cp = static_cast<std::uint32_t>(c) > 0x10FFFF ? 0xFFFDU : static_cast<std::uint32_t>(c);
+        if (cp < 0x80) {
+          out += static_cast<char>(cp);
+        } else if (cp < 0x800) {
+          out += static_cast<char>(0xC0 | (cp >> 6));
+          out += static_cast<char>(0x80 | (cp & 0x3F));
+        } else if (cp < 0x10000) {  // a lone surrogate too, as it is
+          out += static_cast<char>(0xE0 | (cp >> 12));
+          out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+          out += static_cast<char>(0x80 | (cp & 0x3F));
+        } else {
+          out += static_cast<char>(0xF0 | (cp >> 18));
+          out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+          out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+          out += static_cast<char>(0x80 | (cp & 0x3F));
+        }
+      }
+    }
+  }
+  return out;
+}
+
+TEST(SqlAppendEscaped, EveryAsciiCharacterAndTheirNeighboursEscapeByTheRules) {
+  std::wstring all;
+  for (wchar_t c = 0; c < 0x100; ++c) all += c;
+  all += L"\u20ac\U0001F600";
+  all += static_cast<wchar_t>(0xD800);  // a lone surrogate
+  all += L"x\U0010FFFF";
+  all += static_cast<wchar_t>(0x110000);  // beyond Unicode: U+FFFD
+  std::string out;
+  sql_append_escaped(out, all);
+  EXPECT_EQ(out, reference_escape(all));
+  // Runs of plain characters between the escaped ones, at either end.
+  for (const std::wstring& text : {std::wstring(L"plain text only"), std::wstring(L"'start"), std::wstring(L"end\\"),
+                                  std::wstring(L"a'b\\c\rd") + L'\0' + L"e", std::wstring(L"")}) {
+    std::string got = "prefix:";
+    sql_append_escaped(got, text);
+    EXPECT_EQ(got, "prefix:" + reference_escape(text));
+  }
+}
+
+TEST(SqlAppendEscaped, CharactersBeyondTheBmpAreFourBytesAndNoted) {
+  sql_render_note note;
+  std::string out;
+  sql_append_escaped(out, L"ab\U0001F600", &note);
+  EXPECT_EQ(out, "ab\xF0\x9F\x98\x80");
+  EXPECT_TRUE(note.beyond_bmp);
+  sql_render_note plain;
+  out.clear();
+  sql_append_escaped(out, L"abc\u00e4", &plain);
+  EXPECT_EQ(out, "abc\xC3\xA4");
+  EXPECT_FALSE(plain.beyond_bmp);
+}
+
+}  // namespace
+}  // namespace qb
