@@ -88,7 +88,7 @@ constexpr odb_error_map_row rows[] = {
     {109, nullptr, db_e_schemaviolation, false},      // more columns than values
     {110, nullptr, db_e_schemaviolation, false},      // fewer columns than values
     // SQLSTATEs, for what a driver reports without a server message.
-    {0, "28000", db_sec_e_auth_failed, false},         // invalid authorization specification
+    {0, "28000", db_sec_e_auth_failed, false},         // SQLSTATE 28000: the login was refused
     {0, "42S02", db_e_notable, false},                 // base table or view not found
     {0, "42S22", db_e_badordinal, false},              // column not found
     {0, "42S01", db_e_duplicatetableid, false},        // base table or view already exists

@@ -1,10 +1,10 @@
 #include "sql/literal.h"
 
-#include <mysql.h>
-
 #include <charconv>
 #include <cmath>
 #include <type_traits>
+
+#include <mysql.h>
 
 #include "ole/date.h"
 #include "ole/guid.h"
@@ -503,18 +503,29 @@ void append_fld_str(std::string& out, const udb_field& field, const t_ftd& colum
   out.append("NULL");
 }
 
-ole_variant get_variant(const char* value, unsigned long length, std::uint32_t type, std::uint32_t flags) {
+namespace {
+
+// A cell of a MySQL result, narrow (the client's bytes) or wide; binary
+// cells take one byte per character.
+template <class Char>
+ole_variant variant_of_cell(const Char* value, std::size_t length, std::uint32_t type, std::uint32_t flags) {
   LOG(1, "get_variant(2), type=%d, lenght=%d", type, length);
   if (value == nullptr) {
     LOG(1, "process NULL-values");
     return ole_variant::make_null();
   }
-  const std::string_view text(value, length);
+  const std::basic_string_view<Char> text(value, length);
   const bool binary = (flags & BINARY_FLAG) != 0;
   // A binary cell of no bytes is a value of its own, not NULL.
   const auto bytes = [&] {
     if (length == 0) return ole_variant::make_empty_bytes();
-    return ole_variant(length, reinterpret_cast<const std::uint8_t*>(value));
+    if constexpr (std::is_same_v<Char, char>) {
+      return ole_variant(length, reinterpret_cast<const std::uint8_t*>(value));
+    } else {
+      std::vector<std::uint8_t> data(length);
+      for (std::size_t i = 0; i < length; ++i) data[i] = static_cast<std::uint8_t>(text[i]);
+      return ole_variant(data);
+    }
   };
   if (type == MYSQL_TYPE_VAR_STRING) {
     if (!binary) {
@@ -535,45 +546,22 @@ ole_variant get_variant(const char* value, unsigned long length, std::uint32_t t
   }
   const std::uint16_t code = get_vartype(type, flags);
   LOG(1, "Type=%d, src=%s", code, text);
-  if (code == vt::vt_bool) return ole_variant(length > 0 && value[0] != '\0');
-  return ole_variant::from_string(text, code);
+  if (code == vt::vt_bool) return ole_variant(length > 0 && value[0] != Char{});
+  if constexpr (std::is_same_v<Char, char>) {
+    return ole_variant::from_string(text, code);
+  } else {
+    return ole_variant::from_wstring(text, code);
+  }
+}
+
+}  // namespace
+
+ole_variant get_variant(const char* value, unsigned long length, std::uint32_t type, std::uint32_t flags) {
+  return variant_of_cell(value, length, type, flags);
 }
 
 ole_variant get_variant(const wchar_t* value, std::size_t length, std::uint32_t type, std::uint32_t flags) {
-  LOG(1, "get_variant(2), type=%d, lenght=%d", type, length);
-  if (value == nullptr) {
-    LOG(1, "process NULL-values");
-    return ole_variant::make_null();
-  }
-  const std::wstring_view text(value, length);
-  const bool binary = (flags & BINARY_FLAG) != 0;
-  const auto bytes = [&] {
-    if (length == 0) return ole_variant::make_empty_bytes();
-    std::vector<std::uint8_t> data(length);
-    for (std::size_t i = 0; i < length; ++i) data[i] = static_cast<std::uint8_t>(text[i]);
-    return ole_variant(data);
-  };
-  if (type == MYSQL_TYPE_VAR_STRING) {
-    if (!binary) {
-      LOG(1, "Extract TEXT value");
-      return ole_variant(text);
-    }
-    LOG(1, "Process TEXT as BINARY");
-    return bytes();
-  }
-  if (type >= MYSQL_TYPE_TINY_BLOB && type <= MYSQL_TYPE_BLOB) {
-    const sql_engine* engine = sql_engine::try_instance();
-    if ((engine != nullptr && engine->blob_to_text()) || !binary) {
-      LOG(1, "Process BINARY as TEXT");
-      return ole_variant(text);
-    }
-    LOG(1, "Extract BINARY value");
-    return bytes();
-  }
-  const std::uint16_t code = get_vartype(type, flags);
-  LOG(1, "Type=%d, src=%s", code, text);
-  if (code == vt::vt_bool) return ole_variant(length > 0 && value[0] != L'\0');
-  return ole_variant::from_wstring(text, code);
+  return variant_of_cell(value, length, type, flags);
 }
 
 }  // namespace qb

@@ -10,11 +10,16 @@ namespace qb {
 
 std::int64_t fmt_arg::as_sint() const {
   switch (kind_) {
-    case kind::sint: return i_;
-    case kind::uint: return static_cast<std::int64_t>(u_);
-    case kind::real: return static_cast<std::int64_t>(d_);
-    case kind::pointer: return static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(p_));
-    default: return 0;
+    case kind::sint:
+      return i_;
+    case kind::uint:
+      return static_cast<std::int64_t>(u_);
+    case kind::real:
+      return static_cast<std::int64_t>(d_);
+    case kind::pointer:
+      return static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(p_));
+    default:
+      return 0;
   }
 }
 
@@ -22,17 +27,21 @@ std::uint64_t fmt_arg::as_uint() const { return static_cast<std::uint64_t>(as_si
 
 double fmt_arg::as_real() const {
   switch (kind_) {
-    case kind::real: return d_;
-    case kind::sint: return static_cast<double>(i_);
-    case kind::uint: return static_cast<double>(u_);
-    default: return 0.0;
+    case kind::real:
+      return d_;
+    case kind::sint:
+      return static_cast<double>(i_);
+    case kind::uint:
+      return static_cast<double>(u_);
+    default:
+      return 0.0;
   }
 }
 
 namespace {
 
-// One parsed conversion specification.
-struct conv_spec {
+// One parsed conversion directive.
+struct directive {
   std::string flags;
   int width = -1;
   int precision = -1;
@@ -40,11 +49,11 @@ struct conv_spec {
   char conv = 0;
 };
 
-// Reads a conversion specification starting behind '%'. Works on both
+// Reads a conversion directive starting behind '%'. Works on both
 // character widths through the accessor at(i), which yields a char32_t.
 template <class At>
-std::size_t parse_spec(At at, std::size_t pos, std::size_t end, conv_spec& spec,
-                       const fmt_arg*& next_arg, const fmt_arg* args_end) {
+std::size_t parse_directive(At at, std::size_t pos, std::size_t end, directive& dir, const fmt_arg*& next_arg,
+                            const fmt_arg* args_end) {
   auto take_int_arg = [&]() -> int {
     if (next_arg == args_end) return 0;
     return static_cast<int>((next_arg++)->as_sint());
@@ -52,34 +61,34 @@ std::size_t parse_spec(At at, std::size_t pos, std::size_t end, conv_spec& spec,
   while (pos < end) {
     const char32_t c = at(pos);
     if (c == '-' || c == '+' || c == ' ' || c == '#' || c == '0') {
-      spec.flags.push_back(static_cast<char>(c));
+      dir.flags.push_back(static_cast<char>(c));
       ++pos;
     } else {
       break;
     }
   }
   if (pos < end && at(pos) == '*') {
-    spec.width = take_int_arg();
-    if (spec.width < 0) {
-      spec.flags.push_back('-');
-      spec.width = -spec.width;
+    dir.width = take_int_arg();
+    if (dir.width < 0) {
+      dir.flags.push_back('-');
+      dir.width = -dir.width;
     }
     ++pos;
   } else {
     while (pos < end && at(pos) >= '0' && at(pos) <= '9') {
-      spec.width = (spec.width < 0 ? 0 : spec.width) * 10 + static_cast<int>(at(pos) - '0');
+      dir.width = (dir.width < 0 ? 0 : dir.width) * 10 + static_cast<int>(at(pos) - '0');
       ++pos;
     }
   }
   if (pos < end && at(pos) == '.') {
     ++pos;
-    spec.precision = 0;
+    dir.precision = 0;
     if (pos < end && at(pos) == '*') {
-      spec.precision = take_int_arg();
+      dir.precision = take_int_arg();
       ++pos;
     } else {
       while (pos < end && at(pos) >= '0' && at(pos) <= '9') {
-        spec.precision = spec.precision * 10 + static_cast<int>(at(pos) - '0');
+        dir.precision = dir.precision * 10 + static_cast<int>(at(pos) - '0');
         ++pos;
       }
     }
@@ -88,23 +97,23 @@ std::size_t parse_spec(At at, std::size_t pos, std::size_t end, conv_spec& spec,
   while (pos < end) {
     const char32_t c = at(pos);
     if (c == 'h') {
-      spec.bits = (spec.bits == 16) ? 8 : 16;
+      dir.bits = (dir.bits == 16) ? 8 : 16;
       ++pos;
     } else if (c == 'l') {
-      spec.bits = (pos + 1 < end && at(pos + 1) == 'l') ? 64 : 32;
-      pos += (spec.bits == 64) ? 2 : 1;
+      dir.bits = (pos + 1 < end && at(pos + 1) == 'l') ? 64 : 32;
+      pos += (dir.bits == 64) ? 2 : 1;
     } else if (c == 'j' || c == 'z' || c == 't' || c == 'q' || c == 'L') {
-      spec.bits = 64;
+      dir.bits = 64;
       ++pos;
     } else if (c == 'I') {
       if (pos + 2 < end && at(pos + 1) == '6' && at(pos + 2) == '4') {
-        spec.bits = 64;
+        dir.bits = 64;
         pos += 3;
       } else if (pos + 2 < end && at(pos + 1) == '3' && at(pos + 2) == '2') {
-        spec.bits = 32;
+        dir.bits = 32;
         pos += 3;
       } else {
-        spec.bits = 64;
+        dir.bits = 64;
         ++pos;
       }
     } else if (c == 'w') {
@@ -115,7 +124,7 @@ std::size_t parse_spec(At at, std::size_t pos, std::size_t end, conv_spec& spec,
   }
   if (pos < end) {
     const char32_t c = at(pos);
-    spec.conv = c < 0x80 ? static_cast<char>(c) : '?';
+    dir.conv = c < 0x80 ? static_cast<char>(c) : '?';
     ++pos;
   }
   return pos;
@@ -123,27 +132,34 @@ std::size_t parse_spec(At at, std::size_t pos, std::size_t end, conv_spec& spec,
 
 std::int64_t narrow_signed(std::int64_t v, int bits) {
   switch (bits) {
-    case 8: return static_cast<std::int8_t>(v);
-    case 16: return static_cast<std::int16_t>(v);
-    case 32: return static_cast<std::int32_t>(v);
-    default: return v;
+    case 8:
+      return static_cast<std::int8_t>(v);
+    case 16:
+      return static_cast<std::int16_t>(v);
+    case 32:
+      return static_cast<std::int32_t>(v);
+    default:
+      return v;
   }
 }
 
 std::uint64_t narrow_unsigned(std::uint64_t v, int bits) {
   switch (bits) {
-    case 8: return static_cast<std::uint8_t>(v);
-    case 16: return static_cast<std::uint16_t>(v);
-    case 32: return static_cast<std::uint32_t>(v);
-    default: return v;
+    case 8:
+      return static_cast<std::uint8_t>(v);
+    case 16:
+      return static_cast<std::uint16_t>(v);
+    case 32:
+      return static_cast<std::uint32_t>(v);
+    default:
+      return v;
   }
 }
 
 // Pads text (already in UTF-8) to the width counted in code points.
-void append_padded(std::string& out, std::string_view text, const conv_spec& spec,
-                   std::size_t code_points) {
-  const bool left = spec.flags.find('-') != std::string::npos;
-  const std::size_t width = spec.width > 0 ? static_cast<std::size_t>(spec.width) : 0;
+void append_padded(std::string& out, std::string_view text, const directive& dir, std::size_t code_points) {
+  const bool left = dir.flags.find('-') != std::string::npos;
+  const std::size_t width = dir.width > 0 ? static_cast<std::size_t>(dir.width) : 0;
   const std::size_t pad = width > code_points ? width - code_points : 0;
   if (!left) out.append(pad, ' ');
   out.append(text);
@@ -151,20 +167,20 @@ void append_padded(std::string& out, std::string_view text, const conv_spec& spe
 }
 
 // The conversion is delegated to snprintf with a format built from the parsed
-// specification; the argument type always matches the length we put in.
+// directive; the argument type always matches the length we put in.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-void append_number(std::string& out, const conv_spec& spec, const fmt_arg& arg) {
+void append_number(std::string& out, const directive& dir, const fmt_arg& arg) {
   std::string fmt_text;
   char buf[512];
   const char* length = "ll";
-  char conv = spec.conv;
+  char conv = dir.conv;
   if (conv == 'i') conv = 'd';
   int n = 0;
   auto build = [&](const char* len, char c) {
-    std::string f = "%" + spec.flags;
-    if (spec.width >= 0) f += std::to_string(spec.width);
-    if (spec.precision >= 0) f += "." + std::to_string(spec.precision);
+    std::string f = "%" + dir.flags;
+    if (dir.width >= 0) f += std::to_string(dir.width);
+    if (dir.precision >= 0) f += "." + std::to_string(dir.precision);
     f += len;
     f.push_back(c);
     fmt_text = std::move(f);
@@ -173,7 +189,7 @@ void append_number(std::string& out, const conv_spec& spec, const fmt_arg& arg) 
   switch (conv) {
     case 'd':
       build(length, 'd');
-      n = std::snprintf(buf, sizeof buf, fmt(), static_cast<long long>(narrow_signed(arg.as_sint(), spec.bits)));
+      n = std::snprintf(buf, sizeof buf, fmt(), static_cast<long long>(narrow_signed(arg.as_sint(), dir.bits)));
       break;
     case 'u':
     case 'x':
@@ -181,7 +197,7 @@ void append_number(std::string& out, const conv_spec& spec, const fmt_arg& arg) 
     case 'o':
       build(length, conv);
       n = std::snprintf(buf, sizeof buf, fmt(),
-                        static_cast<unsigned long long>(narrow_unsigned(arg.as_uint(), spec.bits)));
+                        static_cast<unsigned long long>(narrow_unsigned(arg.as_uint(), dir.bits)));
       break;
     case 'e':
     case 'E':
@@ -224,39 +240,41 @@ std::string_view cut_code_points(std::string_view utf8, std::size_t max) {
   return utf8;
 }
 
-void append_text(std::string& out, const conv_spec& spec, const fmt_arg& arg) {
+void append_text(std::string& out, const directive& dir, const fmt_arg& arg) {
   std::string converted;
   std::string_view text;
   switch (arg.get_kind()) {
-    case fmt_arg::kind::text: text = arg.text(); break;
+    case fmt_arg::kind::text:
+      text = arg.text();
+      break;
     case fmt_arg::kind::wtext:
       tk_utf8_append(converted, arg.wtext());
       text = converted;
       break;
     default: {
-      conv_spec as_number = spec;
+      directive as_number = dir;
       as_number.conv = arg.get_kind() == fmt_arg::kind::real ? 'g' : 'd';
       as_number.bits = 64;
       append_number(out, as_number, arg);
       return;
     }
   }
-  if (spec.precision >= 0) text = cut_code_points(text, static_cast<std::size_t>(spec.precision));
-  if (spec.width <= 0) {
+  if (dir.precision >= 0) text = cut_code_points(text, static_cast<std::size_t>(dir.precision));
+  if (dir.width <= 0) {
     out.append(text);
     return;
   }
-  append_padded(out, text, spec, count_code_points(text));
+  append_padded(out, text, dir, count_code_points(text));
 }
 
-void append_char(std::string& out, const conv_spec& spec, const fmt_arg& arg) {
+void append_char(std::string& out, const directive& dir, const fmt_arg& arg) {
   std::string one;
   if (arg.get_kind() == fmt_arg::kind::text || arg.get_kind() == fmt_arg::kind::wtext) {
-    append_text(out, spec, arg);
+    append_text(out, dir, arg);
     return;
   }
   tk_utf8_append(one, static_cast<wchar_t>(arg.as_sint()));
-  append_padded(out, one, spec, 1);
+  append_padded(out, one, dir, 1);
 }
 
 // The formatting engine, over a format whose characters are read by at(i).
@@ -276,24 +294,28 @@ void format_into(std::string& out, At at, std::size_t end, fmt_args args,
       ++pos;
       continue;
     }
-    conv_spec spec;
-    pos = parse_spec(at, pos, end, spec, next, args.end());
-    if (spec.conv == 0) break;
-    const bool is_conversion = std::string_view("diuoxXeEfFgGaAcCsSpn").find(spec.conv) != std::string_view::npos;
+    directive dir;
+    pos = parse_directive(at, pos, end, dir, next, args.end());
+    if (dir.conv == 0) break;
+    const bool is_conversion = std::string_view("diuoxXeEfFgGaAcCsSpn").find(dir.conv) != std::string_view::npos;
     if (!is_conversion) continue;
-    if (spec.conv == 'n') continue;
+    if (dir.conv == 'n') continue;
     if (next == args.end()) continue;  // a missing argument prints nothing
     const fmt_arg& arg = *next++;
-    switch (spec.conv) {
+    switch (dir.conv) {
       case 's':
-      case 'S': append_text(out, spec, arg); break;
+      case 'S':
+        append_text(out, dir, arg);
+        break;
       case 'c':
-      case 'C': append_char(out, spec, arg); break;
+      case 'C':
+        append_char(out, dir, arg);
+        break;
       default:
         if (arg.get_kind() == fmt_arg::kind::text || arg.get_kind() == fmt_arg::kind::wtext) {
-          append_text(out, spec, arg);
+          append_text(out, dir, arg);
         } else {
-          append_number(out, spec, arg);
+          append_number(out, dir, arg);
         }
     }
   }
